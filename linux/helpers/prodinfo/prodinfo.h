@@ -1,0 +1,219 @@
+#ifndef PRODINFO_H
+#define PRODINFO_H
+
+#include "qlistofints.h"
+
+#include <QObject>
+#include <QPoint>
+#include <QString>
+#include <QVariantList>
+
+#include <array>
+#include <variant>
+
+// One focus-sensor (Telvar) calibration set.
+struct TelvarCalibration
+{
+    quint8 EquipmentId;
+    quint8 Id0;
+    quint8 Id1;
+    quint8 Id2;
+    quint8 Pos;
+};
+
+// Layout of the 256-byte EEPROM image: byte offsets of its little-endian fields.
+struct EepromData
+{
+    enum Offset {
+        SuSerial = 0,                          // 10 Latin-1 characters, no terminator
+        SuModel = 10,                          // u8
+        ImageSensorType = 11,                  // u8
+        ImageSensorSerial = 12,                // u32
+        ImageSensorTempCalibration = 16,       // 6 x u16
+        BoardTestStatus = 28,                  // u8
+        SuTestStatus = 29,                     // u8
+        CalibrationStatus = 30,                // u8
+        DutStatus = 31,                        // u8
+        TelvarSensorPos = 32,                  // u8
+        TelvarCalib = 33,                      // 3 blocks of 5 bytes: EquipmentId, Id2, Id1, Id0, Pos
+        WifiRegion = 48,                       // u32
+        UsbPower = 52,                         // u8
+        AuxDebug = 53,                         // u8
+        IrFilterType = 54,                     // u8
+        ShellColor = 55,                       // u8
+        TraceLevel = 56,                       // u32
+        SucDebugEnableMask = 60,               // u32
+        ImxDebugEnableMask = 64,               // u32
+        AccelerometerCalibration = 68,         // 10 x s16
+        ProximityCalibration = 88,             // 2 x s16
+        ThumbwheelMode = 92,                   // u8
+        NrofTesselDACCalibrationValues = 93,   // u8
+        TesselDACCalibration = 94,             // 16 points of u16 x, u16 y
+        AccelerometerCalibrationExt = 158,     // 18 x s16
+        Reserved = 194,                        // 58 bytes, only checksummed
+        Checksum = 252,                        // u32 over the 63 words before it
+    };
+    static constexpr int TelvarBlockSize = 5;
+    static constexpr int Size = 256;
+    static constexpr uint ChecksumWords = Checksum / 4;
+};
+
+// The camera's production configuration: every value of /factory_data/settings.ini as a typed member
+// and a property. Writes go through a short writable remount of the factory partition and are
+// confirmed by reloading the file.
+class ProdInfo : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(QString SuSerial MEMBER m_SuSerial WRITE setSuSerial)
+    Q_PROPERTY(quint8 SuModel MEMBER m_SuModel WRITE setSuModel)
+    Q_PROPERTY(quint8 ImageSensorType MEMBER m_ImageSensorType WRITE setImageSensorType)
+    Q_PROPERTY(uint ImageSensorSerial MEMBER m_ImageSensorSerial WRITE setImageSensorSerial)
+    Q_PROPERTY(QListOfInts ImageSensorTempCalibration MEMBER m_ImageSensorTempCalibration WRITE
+                   setImageSensorTemperatureCalibration)
+    Q_PROPERTY(quint8 BoardTestStatus MEMBER m_BoardTestStatus WRITE setBoardTestStatus)
+    Q_PROPERTY(quint8 SuTestStatus MEMBER m_SuTestStatus WRITE setSuTestStatus)
+    Q_PROPERTY(quint8 CalibrationStatus MEMBER m_CalibrationStatus WRITE setCalibrationStatus)
+    Q_PROPERTY(quint8 DutStatus MEMBER m_DutStatus WRITE setDutStatus)
+    Q_PROPERTY(quint8 TelvarSensorPos MEMBER m_TelvarSensorPos WRITE setTelvarSensorPos)
+    Q_PROPERTY(QListOfInts TelvarCalib0 READ telvarCalib0 WRITE setTelvarCalib0)
+    Q_PROPERTY(QListOfInts TelvarCalib1 READ telvarCalib1 WRITE setTelvarCalib1)
+    Q_PROPERTY(QListOfInts TelvarCalib2 READ telvarCalib2 WRITE setTelvarCalib2)
+    Q_PROPERTY(uint WifiRegion MEMBER m_WifiRegion WRITE setWifiRegion)
+    Q_PROPERTY(quint8 UsbPower MEMBER m_UsbPower WRITE setUsbPower)
+    Q_PROPERTY(quint8 AuxDebug MEMBER m_AuxDebug WRITE setAuxDebug)
+    Q_PROPERTY(quint8 IrFilterType MEMBER m_IrFilterType WRITE setIrFilterType)
+    Q_PROPERTY(quint8 ShellColor MEMBER m_ShellColor WRITE setShellColor)
+    Q_PROPERTY(uint TraceLevel MEMBER m_TraceLevel WRITE setTraceLevel)
+    Q_PROPERTY(uint SucDebugEnableMask MEMBER m_SucDebugEnableMask WRITE setSucDebugEnableMask)
+    Q_PROPERTY(uint ImxDebugEnableMask MEMBER m_ImxDebugEnableMask WRITE setImxDebugEnableMask)
+    Q_PROPERTY(QListOfInts AccelerometerCalibration MEMBER m_AccelerometerCalibration WRITE
+                   setAccelerometerCalibration)
+    Q_PROPERTY(QListOfInts ProximityCalibration MEMBER m_ProximityCalibration WRITE setProximityCalibration)
+    Q_PROPERTY(quint8 ThumbwheelMode MEMBER m_ThumbwheelMode WRITE setThumbwheelMode)
+    Q_PROPERTY(quint8 NrofTesselDACCalibrationValues MEMBER m_NrofTesselDACCalibrationValues WRITE
+                   setNrofTesselDACCalibrationValues)
+    Q_PROPERTY(QVariantList TesselDACCalibration MEMBER m_TesselDACCalibration WRITE setTesselDACCalibration)
+    Q_PROPERTY(QListOfInts AccelerometerCalibrationExt MEMBER m_AccelerometerCalibrationExt WRITE
+                   setAccelerometerCalibrationExt)
+    Q_PROPERTY(int AccelerometerCalibrationTemp MEMBER m_AccelerometerCalibrationTemp WRITE
+                   setAccelerometerCalibrationTemp)
+    Q_PROPERTY(QListOfInts AccelerometerTemperatureCalib MEMBER m_AccelerometerTemperatureCalib WRITE
+                   setAccelerometerTemperatureCalib)
+
+public:
+    explicit ProdInfo(QObject *parent = nullptr);
+    ~ProdInfo() override;
+
+    void loadSettings();
+    bool isDataValid() const { return m_DataValid; }
+
+    // The one-key write cycle, and whether the factory partition can be read.
+    bool setConfigParam(const QString &key, const QVariant &value);
+    static bool isFactoryDataReady();
+
+    // Empties the settings file and writes the defaults of this camera model. Does not reload.
+    bool initSettings();
+
+    // Logs every value, one debug message each.
+    void print();
+
+    // Scalar setters: true when the value went to the file and came back unchanged.
+    bool setSuSerial(const QString &serial);
+    bool setSuModel(quint8 model);
+    bool setImageSensorType(quint8 type);
+    bool setImageSensorSerial(uint serial);
+    bool setBoardTestStatus(quint8 status);
+    bool setSuTestStatus(quint8 status);
+    bool setCalibrationStatus(quint8 status);
+    bool setDutStatus(quint8 status);
+    bool setTelvarSensorPos(quint8 pos);
+    bool setWifiRegion(uint region);
+    bool setUsbPower(quint8 power);
+    bool setAuxDebug(quint8 console);
+    bool setIrFilterType(quint8 type);
+    bool setShellColor(quint8 color);
+    bool setTraceLevel(uint level);
+    bool setSucDebugEnableMask(uint mask);
+    bool setImxDebugEnableMask(uint mask);
+    bool setThumbwheelMode(quint8 mode);
+    bool setNrofTesselDACCalibrationValues(quint8 count);
+    bool setAccelerometerCalibrationTemp(const int &temperature);
+
+    // Calibration list setters.
+    bool setImageSensorTemperatureCalibration(const QListOfInts &values);
+    bool setAccelerometerCalibration(const QListOfInts &values);
+    bool setAccelerometerCalibrationExt(const QListOfInts &values);
+    bool setProximityCalibration(const QListOfInts &values);
+    bool setAccelerometerTemperatureCalib(const QListOfInts &values);
+    bool setTesselDACCalibration(const QVariantList &points);
+    bool setTesselDACCalibration(const QList<QPoint> &points);
+    bool setTelvarCalib0(const QListOfInts &values);
+    bool setTelvarCalib1(const QListOfInts &values);
+    bool setTelvarCalib2(const QListOfInts &values);
+    bool setTelvarCalib(int index, QList<quint8> values);
+
+    // The EEPROM image.
+    static quint32 calculateChecksum(const quint32 *words, uint count);
+    static bool validateChecksum(const quint32 *words, uint count, quint32 expected);
+    bool readEEPROMData(uchar *buffer, int size);
+    bool readEEPROM(uchar *image);
+    void unpackEEPROM();
+    void convertFromEepromToSettings();
+
+private:
+    // One key of the settings file and the member it feeds; the member's type gives the key's kind
+    // (quint8 U8, uint U32, int S32, QString TEXT, QListOfInts INTLIST, QVariantList POINTLIST).
+    using Member = std::variant<QString *, quint8 *, uint *, int *, QListOfInts *, QVariantList *>;
+    struct SettingsField
+    {
+        const char *key;
+        Member member;
+    };
+    static constexpr int SettingsFieldCount = 41;
+    // The first 39 are also what the EEPROM image fills.
+    static constexpr int EepromFieldCount = 39;
+    std::array<SettingsField, SettingsFieldCount> settingsFields();
+    QString keyOf(const void *member);
+
+    // Writes `value` under the key of `member` and tells whether the reload brought it back.
+    template <typename T>
+    bool store(const T &member, const T &value);
+    bool storeTelvarCalib(int index, const QListOfInts &values, const char *caller);
+    bool storeIntList(QListOfInts &member, const QListOfInts &values, int expectedCount, const char *caller);
+
+    QListOfInts telvarCalib(int index) const;
+    QListOfInts telvarCalib0() const { return telvarCalib(0); }
+    QListOfInts telvarCalib1() const { return telvarCalib(1); }
+    QListOfInts telvarCalib2() const { return telvarCalib(2); }
+
+    QString m_SuSerial;
+    quint8 m_SuModel = 0;
+    quint8 m_ImageSensorType = 0;
+    uint m_ImageSensorSerial = 0;
+    QListOfInts m_ImageSensorTempCalibration;
+    quint8 m_BoardTestStatus = 0;
+    quint8 m_SuTestStatus = 0;
+    quint8 m_CalibrationStatus = 0;
+    quint8 m_DutStatus = 0;
+    quint8 m_TelvarSensorPos = 0;
+    uint m_WifiRegion = 0xFFFFFFFF;
+    quint8 m_UsbPower = 0;
+    quint8 m_AuxDebug = 0;
+    quint8 m_IrFilterType = 0;
+    quint8 m_ShellColor = 0;
+    uint m_TraceLevel = 0;
+    uint m_SucDebugEnableMask = 0;
+    uint m_ImxDebugEnableMask = 0;
+    QListOfInts m_AccelerometerCalibration;
+    QListOfInts m_ProximityCalibration;
+    TelvarCalibration m_TelvarCalib[3] = {};
+    bool m_DataValid = false;
+    quint8 m_ThumbwheelMode = 0;
+    quint8 m_NrofTesselDACCalibrationValues = 0;
+    QVariantList m_TesselDACCalibration;
+    QListOfInts m_AccelerometerCalibrationExt;
+    int m_AccelerometerCalibrationTemp = 0;
+    QListOfInts m_AccelerometerTemperatureCalib;
+};
+
+#endif // PRODINFO_H

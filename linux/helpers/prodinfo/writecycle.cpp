@@ -1,0 +1,188 @@
+#include "prodinfo.h"
+
+#include "factorydata.h"
+#include "log.h"
+
+#include <QFileInfo>
+#include <QSettings>
+#include <QStorageInfo>
+
+#include <sys/mount.h>
+
+bool FactoryData::remount(Access access, const char *caller)
+{
+    // Empty strings rather than null pointers: only the flags change between the two directions.
+    const unsigned long flags = access == Access::Writable ? MS_REMOUNT : MS_REMOUNT | MS_RDONLY;
+    if (::mount("", "/factory_data", "", flags, "") == 0)
+        return true;
+    LOG_AT(caller).warning() << (access == Access::Writable ? ": Failed to mount /factory_data as writable."
+                                                             : ": Failed to mount /factory_data as read only.");
+    return false;
+}
+
+bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
+{
+    // Only the initialisation and the EEPROM import may create the file.
+    if (!QFileInfo::exists(FactoryData::settingsPath()))
+        return false;
+    if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
+        return false;
+    {
+        QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
+        settings.setValue(key, value);
+        settings.sync();
+    }
+    // A failed read-only remount leaves the value in the file but the members as they were, so the
+    // caller's comparison cannot mistake the write for a confirmed one.
+    if (!FactoryData::remount(FactoryData::Access::ReadOnly, __func__))
+        return false;
+    loadSettings();
+    return true;
+}
+
+bool ProdInfo::isFactoryDataReady()
+{
+    const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    const bool mounted = std::any_of(volumes.cbegin(), volumes.cend(), [](const QStorageInfo &volume) {
+        return volume.rootPath() == FactoryData::mountPoint() && volume.isValid() && volume.isReady();
+    });
+    if (!mounted)
+        return false;
+    return QFileInfo::exists(FactoryData::settingsPath()) || QFileInfo::exists(FactoryData::eepromPath());
+}
+
+template <typename T>
+bool ProdInfo::store(const T &member, const T &value)
+{
+    // The member changes only through the reload, so equality means the file holds the value.
+    return setConfigParam(keyOf(&member), writtenForm(value)) && member == value;
+}
+
+bool ProdInfo::setSuSerial(const QString &serial)
+{
+    if (serial.size() > 10) {
+        LOG.warning() << QLatin1String("Serial can't be > 10 bytes");
+        return false;
+    }
+    return store(m_SuSerial, serial);
+}
+
+bool ProdInfo::setSuModel(quint8 model) { return store(m_SuModel, model); }
+bool ProdInfo::setImageSensorType(quint8 type) { return store(m_ImageSensorType, type); }
+bool ProdInfo::setImageSensorSerial(uint serial) { return store(m_ImageSensorSerial, serial); }
+bool ProdInfo::setBoardTestStatus(quint8 status) { return store(m_BoardTestStatus, status); }
+bool ProdInfo::setSuTestStatus(quint8 status) { return store(m_SuTestStatus, status); }
+bool ProdInfo::setCalibrationStatus(quint8 status) { return store(m_CalibrationStatus, status); }
+bool ProdInfo::setDutStatus(quint8 status) { return store(m_DutStatus, status); }
+bool ProdInfo::setTelvarSensorPos(quint8 pos) { return store(m_TelvarSensorPos, pos); }
+bool ProdInfo::setWifiRegion(uint region) { return store(m_WifiRegion, region); }
+bool ProdInfo::setUsbPower(quint8 power) { return store(m_UsbPower, power); }
+bool ProdInfo::setAuxDebug(quint8 console) { return store(m_AuxDebug, console); }
+bool ProdInfo::setIrFilterType(quint8 type) { return store(m_IrFilterType, type); }
+bool ProdInfo::setShellColor(quint8 color) { return store(m_ShellColor, color); }
+bool ProdInfo::setTraceLevel(uint level) { return store(m_TraceLevel, level); }
+bool ProdInfo::setSucDebugEnableMask(uint mask) { return store(m_SucDebugEnableMask, mask); }
+bool ProdInfo::setImxDebugEnableMask(uint mask) { return store(m_ImxDebugEnableMask, mask); }
+bool ProdInfo::setThumbwheelMode(quint8 mode) { return store(m_ThumbwheelMode, mode); }
+
+bool ProdInfo::setNrofTesselDACCalibrationValues(quint8 count)
+{
+    return store(m_NrofTesselDACCalibrationValues, count);
+}
+
+bool ProdInfo::setAccelerometerCalibrationTemp(const int &temperature)
+{
+    return store(m_AccelerometerCalibrationTemp, temperature);
+}
+
+bool ProdInfo::storeIntList(QListOfInts &member, const QListOfInts &values, int expectedCount,
+                            const char *caller)
+{
+    if (expectedCount >= 0 && values.size() != expectedCount) {
+        LOG_AT(caller).warning() << expectedCount << "values were expected but got" << values;
+        return false;
+    }
+    return store(member, values);
+}
+
+bool ProdInfo::setImageSensorTemperatureCalibration(const QListOfInts &values)
+{
+    return storeIntList(m_ImageSensorTempCalibration, values, -1, __func__);
+}
+
+bool ProdInfo::setAccelerometerCalibration(const QListOfInts &values)
+{
+    return storeIntList(m_AccelerometerCalibration, values, 10, __func__);
+}
+
+bool ProdInfo::setAccelerometerCalibrationExt(const QListOfInts &values)
+{
+    return storeIntList(m_AccelerometerCalibrationExt, values, 18, __func__);
+}
+
+bool ProdInfo::setProximityCalibration(const QListOfInts &values)
+{
+    return storeIntList(m_ProximityCalibration, values, 2, __func__);
+}
+
+bool ProdInfo::setAccelerometerTemperatureCalib(const QListOfInts &values)
+{
+    return storeIntList(m_AccelerometerTemperatureCalib, values, -1, __func__);
+}
+
+bool ProdInfo::setTesselDACCalibration(const QVariantList &points)
+{
+    return store(m_TesselDACCalibration, points);
+}
+
+bool ProdInfo::setTesselDACCalibration(const QList<QPoint> &points)
+{
+    constexpr int maxPoints = 16;
+    if (points.size() > maxPoints) {
+        LOG.warning("Too many calibration points given. Got %d, max %d", points.size(), maxPoints);
+        return false;
+    }
+    // The DACs take 12 bits.
+    QList<QPoint> masked;
+    masked.reserve(points.size());
+    for (const QPoint &p : points)
+        masked.append(QPoint(int(uint(p.x()) & 0xFFFu), int(uint(p.y()) & 0xFFFu)));
+    return store(m_TesselDACCalibration, toVariantList(masked));
+}
+
+bool ProdInfo::storeTelvarCalib(int index, const QListOfInts &values, const char *caller)
+{
+    constexpr int fieldCount = 5;
+    // A short set would leave old bytes beside new ones in the same calibration.
+    if (values.size() < fieldCount) {
+        LOG_AT(caller).warning() << fieldCount << "values were expected but got" << values;
+        return false;
+    }
+    TelvarCalibration &record = m_TelvarCalib[index];
+    quint8 *fields[fieldCount] = {&record.EquipmentId, &record.Id0, &record.Id1, &record.Id2, &record.Pos};
+    // Five separate cycles, each attempted whatever the one before it did.
+    for (int i = 0; i < fieldCount; ++i)
+        setConfigParam(keyOf(fields[i]), values.at(i));
+    return telvarCalib(index) == values.mid(0, fieldCount);
+}
+
+bool ProdInfo::setTelvarCalib0(const QListOfInts &values) { return storeTelvarCalib(0, values, __func__); }
+bool ProdInfo::setTelvarCalib1(const QListOfInts &values) { return storeTelvarCalib(1, values, __func__); }
+bool ProdInfo::setTelvarCalib2(const QListOfInts &values) { return storeTelvarCalib(2, values, __func__); }
+
+bool ProdInfo::setTelvarCalib(int index, QList<quint8> values)
+{
+    QListOfInts list;
+    for (int i = 0; i < qMin(values.size(), 5); ++i)
+        list.append(values.at(i));
+    switch (index) {
+    case 0:
+        return setTelvarCalib0(list);
+    case 1:
+        return setTelvarCalib1(list);
+    case 2:
+        return setTelvarCalib2(list);
+    default:
+        return false;
+    }
+}

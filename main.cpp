@@ -1,0 +1,320 @@
+#include "log.h"
+#include "prodinfo.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+
+#include <functional>
+
+// Every message of the front end names "main" as its function, whichever helper logs it.
+#define LOG_MAIN LOG_AT("main")
+
+namespace {
+
+struct Option
+{
+    const char *shortName; // or nullptr
+    const char *name;
+    const char *valueName; // nullptr for options without a value
+    const char *description;
+};
+
+// In the order the help text lists them.
+const Option options[] = {
+    {nullptr, "init", nullptr, QT_TRANSLATE_NOOP("main", "Init values")},
+    {nullptr, "print", nullptr, QT_TRANSLATE_NOOP("main", "Print values")},
+    {"s", "serial", "serial", QT_TRANSLATE_NOOP("main", "Set serial number (10 bytes)")},
+    {nullptr, "su-model", "model", QT_TRANSLATE_NOOP("main", "Set SU model)")},
+    {"t", "image-sensor-type", "type",
+     QT_TRANSLATE_NOOP("main", "Set image sensor type (15 = 50 sensor, 17 = 100 sensor)")},
+    {nullptr, "image-sensor-serial", "serial", QT_TRANSLATE_NOOP("main", "Set image sensor serial")},
+    {nullptr, "image-sensor-calib", "a,b,c,d,e,f", QT_TRANSLATE_NOOP("main", "Set image sensor temp calibration")},
+    {"b", "board-test-status", "status", QT_TRANSLATE_NOOP("main", "Set board test status")},
+    {nullptr, "su-test-status", "status", QT_TRANSLATE_NOOP("main", "Set SU test status")},
+    {nullptr, "calibration-status", "status", QT_TRANSLATE_NOOP("main", "Set calibration status")},
+    {nullptr, "dut-status", "status", QT_TRANSLATE_NOOP("main", "Set DUT status")},
+    {nullptr, "telvar-pos", "pos", QT_TRANSLATE_NOOP("main", "Set telvar sensor position")},
+    {nullptr, "telvar-calib0", "EquID,ID0,ID1,ID2,Pos", QT_TRANSLATE_NOOP("main", "Set Telvar0 calibration")},
+    {nullptr, "telvar-calib1", "EquID,ID0,ID1,ID2,Pos", QT_TRANSLATE_NOOP("main", "Set Telvar1 calibration")},
+    {nullptr, "telvar-calib2", "EquID,ID0,ID1,ID2,Pos", QT_TRANSLATE_NOOP("main", "Set Telvar2 calibration")},
+    {"w", "wifi-region", "region", QT_TRANSLATE_NOOP("main", "Set WIFI Region")},
+    {"p", "usb-power", "power", QT_TRANSLATE_NOOP("main", "Set USB power")},
+    {"c", "console", "suc|imx", QT_TRANSLATE_NOOP("main", "Set node console to AUX port")},
+    {"i", "IR-filter-type", "type", QT_TRANSLATE_NOOP("main", "Set IR filter type")},
+    {nullptr, "shell-color", "color", QT_TRANSLATE_NOOP("main", "Set shell color")},
+    {nullptr, "trace-level", "level", QT_TRANSLATE_NOOP("main", "Set trace level")},
+    {nullptr, "suc-dbg-mask", "mask", QT_TRANSLATE_NOOP("main", "Set SUC debug mask")},
+    {nullptr, "imx-dbg-mask", "mask", QT_TRANSLATE_NOOP("main", "Set iMX debug mask")},
+    {nullptr, "acc-calib", "a,b,c,d,e,f,g,h,i,j", QT_TRANSLATE_NOOP("main", "Set accelerometer calibration")},
+    {nullptr, "prox-calib", "upper,lower", QT_TRANSLATE_NOOP("main", "Set proximity calibration")},
+    {nullptr, "thumbwheel-mode", "mode", QT_TRANSLATE_NOOP("main", "Set thumbwheel mode (0=STM32, 1=Poll)")},
+    {nullptr, "nrof-tessel-dac-calib-values", "points",
+     QT_TRANSLATE_NOOP("main", "Set number of Tessel DAC calibration points")},
+    {nullptr, "tessel-dac-calib", "x,y[,x,y,...]", QT_TRANSLATE_NOOP("main", "Set Tessel DAC calibration points")},
+    {nullptr, "acc-calib-ext", "1,2,3,4,5,...,18", QT_TRANSLATE_NOOP("main", "Set accelerometer calibration extended")},
+    {nullptr, "acc-calib-temp", "temperature", QT_TRANSLATE_NOOP("main", "Set accelerometer calibration temperature")},
+    {nullptr, "acc-temp-calib", "t,x,y,z[,t,x,y,z...]",
+     QT_TRANSLATE_NOOP("main", "Set accelerometer temperature calibration")},
+};
+
+enum class Outcome { Continue, EndRun };
+using Action = std::function<Outcome(ProdInfo &, const QString &)>;
+
+// One number for one setter. The setter's parameter type narrows it: 8-bit parameters keep the low
+// 8 bits, 32-bit unsigned ones all 32 bits.
+struct SingleValue
+{
+    const char *announce;
+    std::function<bool(ProdInfo &, int)> set;
+    const char *updated;
+    const char *notUpdated;
+    Outcome onFailure = Outcome::Continue;
+};
+
+Action single(SingleValue row)
+{
+    return [row](ProdInfo &prodInfo, const QString &text) {
+        LOG_MAIN.debug() << row.announce << text;
+        bool ok = false;
+        const int value = text.toInt(&ok, 10);
+        if (ok && row.set(prodInfo, value)) {
+            LOG_MAIN.debug() << row.updated;
+            return Outcome::Continue;
+        }
+        LOG_MAIN.warning() << row.notUpdated;
+        return row.onFailure;
+    };
+}
+
+enum class Element { Int, Short };
+
+// A comma-separated list for one setter; the store checks the count.
+struct ValueList
+{
+    const char *announce;
+    Element element;
+    QtMsgType elementFailureLevel;
+    const char *elementFailure; // or nullptr
+    std::function<bool(ProdInfo &, const QListOfInts &)> set;
+    Outcome onFailure = Outcome::Continue;
+};
+
+Action list(ValueList row)
+{
+    return [row](ProdInfo &prodInfo, const QString &text) {
+        LOG_MAIN.debug() << row.announce << text;
+        QListOfInts values;
+        for (const QString &part : text.split(QLatin1Char(','))) {
+            bool ok = false;
+            const int value = row.element == Element::Short ? part.toShort(&ok, 10) : part.toInt(&ok, 10);
+            if (!ok) {
+                if (row.elementFailure) {
+                    QMessageLogger log = LOG_MAIN;
+                    (row.elementFailureLevel == QtWarningMsg ? log.warning() : log.debug())
+                        << row.elementFailure << part;
+                }
+                LOG_MAIN.warning() << "Not updated";
+                return row.onFailure;
+            }
+            values.append(value);
+        }
+        if (row.set(prodInfo, values)) {
+            LOG_MAIN.debug() << "Updated";
+            return Outcome::Continue;
+        }
+        LOG_MAIN.warning() << "Not updated";
+        return row.onFailure;
+    };
+}
+
+std::function<bool(ProdInfo &, const QListOfInts &)> telvar(int index)
+{
+    return [index](ProdInfo &prodInfo, const QListOfInts &values) {
+        QList<quint8> bytes;
+        for (int value : values)
+            bytes.append(quint8(value));
+        return prodInfo.setTelvarCalib(index, bytes);
+    };
+}
+
+Outcome setSerial(ProdInfo &prodInfo, const QString &text)
+{
+    LOG_MAIN.debug() << "Set serial to" << text;
+    if (!prodInfo.setSuSerial(text))
+        LOG_MAIN.warning() << "Failed to update serial number.";
+    return Outcome::Continue;
+}
+
+Outcome setConsole(ProdInfo &prodInfo, const QString &text)
+{
+    const quint8 console = text == QLatin1String("suc") ? 1 : text == QLatin1String("imx") ? 2 : 0;
+    LOG_MAIN.debug() << "Set AUX console to" << text << "value" << int(console);
+    prodInfo.setAuxDebug(console);
+    return Outcome::Continue;
+}
+
+Outcome setThumbwheelMode(ProdInfo &prodInfo, const QString &text)
+{
+    const quint8 mode = text == QLatin1String("0") ? 0 : 1;
+    LOG_MAIN.debug() << "Set thumbwheel mode to" << int(mode);
+    if (prodInfo.setThumbwheelMode(mode))
+        LOG_MAIN.debug() << "Updated";
+    else
+        LOG_MAIN.warning() << "Not updated";
+    return Outcome::Continue;
+}
+
+constexpr int maxTesselPoints = 16;
+
+Outcome setTesselPointCount(ProdInfo &prodInfo, const QString &text)
+{
+    // Text that is not a number counts as 0 points.
+    const ushort count = text.toUShort(nullptr, 10);
+    if (count > maxTesselPoints) {
+        LOG_MAIN.critical("Number of calibration points out of range (max %d)", maxTesselPoints);
+        return Outcome::EndRun;
+    }
+    LOG_MAIN.debug("Set number of calibration points to %d", count);
+    if (prodInfo.setNrofTesselDACCalibrationValues(quint8(count)))
+        LOG_MAIN.debug("Updated");
+    else
+        LOG_MAIN.debug("Not updated");
+    return Outcome::Continue;
+}
+
+Outcome setTesselPoints(ProdInfo &prodInfo, const QString &text)
+{
+    const QStringList values = text.split(QLatin1Char(','));
+    if (values.size() % 2 != 0) {
+        LOG_MAIN.critical("Odd number of values given. An even number of values (x-y pairs) must be given.");
+        return Outcome::EndRun;
+    }
+    const int count = values.size() / 2;
+    if (count > maxTesselPoints) {
+        LOG_MAIN.critical("Number of calibration points out of range (max %d)", maxTesselPoints);
+        return Outcome::EndRun;
+    }
+    QList<QPoint> points;
+    int coordinates[2];
+    for (int i = 0; i < values.size(); ++i) {
+        bool ok = false;
+        coordinates[i % 2] = values.at(i).toUShort(&ok, 10);
+        if (!ok) {
+            LOG_MAIN.critical("Failed to convert value ('%s') to unsigned short.", values.at(i).toUtf8().constData());
+            return Outcome::EndRun;
+        }
+        if (i % 2 == 1)
+            points.append(QPoint(coordinates[0], coordinates[1]));
+    }
+    // The count always follows the points given, whatever an earlier option set.
+    LOG_MAIN.debug("Setting number of calibration points to %d", count);
+    if (!prodInfo.setNrofTesselDACCalibrationValues(quint8(count))) {
+        LOG_MAIN.critical("Failed to set number of calibration points. Skipping update of calibration point values.");
+        return Outcome::EndRun;
+    }
+    LOG_MAIN.debug() << "Setting Tessel DAC calibration points" << points;
+    if (prodInfo.setTesselDACCalibration(points))
+        LOG_MAIN.debug() << "Updated";
+    else
+        LOG_MAIN.warning() << "Not updated";
+    return Outcome::Continue;
+}
+
+Outcome init(ProdInfo &prodInfo, const QString &)
+{
+    prodInfo.initSettings();
+    return Outcome::Continue;
+}
+
+Outcome print(ProdInfo &prodInfo, const QString &)
+{
+    prodInfo.print();
+    return Outcome::Continue;
+}
+
+// The order in which the actions run, which is not the order of the help text: init first, then
+// print, so that a print shows the values from before this run's changes.
+const std::pair<const char *, Action> actions[] = {
+    {"init", init},
+    {"print", print},
+    {"serial", setSerial},
+    {"console", setConsole},
+    {"su-model", single({"Set SU model", &ProdInfo::setSuModel, "Updated.", "Not updated"})},
+    {"image-sensor-type",
+     single({"Set image sensor type", &ProdInfo::setImageSensorType, "Updated", "Not updated"})},
+    {"image-sensor-serial",
+     single({"Set image sensor serial", &ProdInfo::setImageSensorSerial, "Updated", "Not updated"})},
+    {"image-sensor-calib", list({"Set image sensor calibration", Element::Int, QtWarningMsg,
+                                 "Failed to convert value to short",
+                                 &ProdInfo::setImageSensorTemperatureCalibration})},
+    {"board-test-status",
+     single({"Set board test status", &ProdInfo::setBoardTestStatus, "Updated", "Not updated"})},
+    {"su-test-status", single({"Set SU test status", &ProdInfo::setSuTestStatus, "Updated", "Not updated"})},
+    {"calibration-status",
+     single({"Set calibration status", &ProdInfo::setCalibrationStatus, "Updated", "Not updated"})},
+    {"dut-status", single({"Set DUT status", &ProdInfo::setDutStatus, "Updated", "Not updated"})},
+    {"telvar-pos",
+     single({"Set Telvar sensor postion", &ProdInfo::setTelvarSensorPos, "Updated", "Not updated"})},
+    {"telvar-calib0", list({"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar(0)})},
+    {"telvar-calib1", list({"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar(1)})},
+    {"telvar-calib2", list({"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar(2)})},
+    {"wifi-region", single({"Set wifi region", &ProdInfo::setWifiRegion, "Wifi region updated.", "Not updated"})},
+    {"usb-power", single({"Set USB power", &ProdInfo::setUsbPower, "Updated", "Not updated"})},
+    // One message for both a bad number and a failed write.
+    {"IR-filter-type", single({"Set IR filter type", &ProdInfo::setIrFilterType, "IR filter type updated",
+                               "Wrong input, expected number"})},
+    {"shell-color", single({"Set shell color", &ProdInfo::setShellColor, "Updated", "Not updated"})},
+    {"trace-level", single({"Set trace level", &ProdInfo::setTraceLevel, "Updated", "Not updated"})},
+    {"suc-dbg-mask", single({"Set SUC debug mask", &ProdInfo::setSucDebugEnableMask, "Updated", "Not updated"})},
+    {"imx-dbg-mask", single({"Set iMX debug mask", &ProdInfo::setImxDebugEnableMask, "Updated", "Not updated"})},
+    {"acc-calib", list({"Set accelerometer calibration", Element::Short, QtDebugMsg,
+                        "Failed to convert input to short", &ProdInfo::setAccelerometerCalibration})},
+    {"acc-calib-ext", list({"Set accelerometer calibration extended", Element::Short, QtDebugMsg,
+                            "Failed to convert input to short", &ProdInfo::setAccelerometerCalibrationExt})},
+    // The temperature is stored as its low 8 bits: -5 becomes 251.
+    {"acc-calib-temp", single({"Set acceleration calibration temperature",
+                               [](ProdInfo &p, int value) { return p.setAccelerometerCalibrationTemp(value & 0xFF); },
+                               "Updated", "Not updated", Outcome::EndRun})},
+    {"acc-temp-calib",
+     list({"Set acceleration temperature calibration", Element::Int, QtDebugMsg, "Failed to convert input to int",
+           &ProdInfo::setAccelerometerTemperatureCalib, Outcome::EndRun})},
+    {"prox-calib", list({"Set proximity calibration", Element::Short, QtDebugMsg,
+                         "Failed to convert input to short", &ProdInfo::setProximityCalibration})},
+    {"thumbwheel-mode", setThumbwheelMode},
+    {"nrof-tessel-dac-calib-values", setTesselPointCount},
+    {"tessel-dac-calib", setTesselPoints},
+};
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("Production Config Tool"));
+    QCoreApplication::setApplicationVersion(QString());
+    LOG.debug() << QCoreApplication::applicationName();
+    LOG.debug() << "Version: " << QCoreApplication::applicationVersion();
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Application for read and write of production configuration data"));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    for (const Option &option : options) {
+        QStringList names{QLatin1String(option.name)};
+        if (option.shortName)
+            names.prepend(QLatin1String(option.shortName));
+        parser.addOption(QCommandLineOption(names, QCoreApplication::translate("main", option.description),
+                                            option.valueName ? QCoreApplication::translate("main", option.valueName)
+                                                             : QString()));
+    }
+    // Help, version and bad options end the process here, before the factory partition is touched.
+    parser.process(app);
+
+    ProdInfo prodInfo;
+    for (const auto &[name, action] : actions) {
+        const QString option = QLatin1String(name);
+        if (parser.isSet(option) && action(prodInfo, parser.value(option)) == Outcome::EndRun)
+            return 1;
+    }
+    return 0;
+}

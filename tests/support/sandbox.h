@@ -1,0 +1,98 @@
+#ifndef SANDBOX_H
+#define SANDBOX_H
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+
+// A real factory partition for tests: the test process moves into a private mount namespace and
+// mounts a fresh tmpfs at /factory_data for every case. The tool remounts it for real; nothing of
+// it is seen outside this process and its children.
+namespace Sandbox {
+
+// Enters the private namespace, once per process. Returns an empty string on success, otherwise the
+// reason it cannot (the caller skips).
+QString enter();
+
+enum class Mount { ReadOnly, Writable };
+
+// Replaces /factory_data with a fresh tmpfs holding `files` (name -> content), mounted read-only like
+// the camera's unless asked otherwise. `sizeKiB` bounds the partition.
+bool reset(const QMap<QString, QByteArray> &files = {}, Mount mount = Mount::ReadOnly, int sizeKiB = 1024);
+
+// The camera model the stand-in product-information library reports; an empty text removes the file.
+void setCameraModel(const QByteArray &text);
+
+// Read from /proc/self/mountinfo, which is what the kernel says, not what the tool believes.
+bool isReadOnly();
+
+// The names of the files on the partition, sorted.
+QStringList files();
+QByteArray read(const QString &name);
+
+// The settings file read back with QSettings: key -> value, and whether it parsed without error.
+QMap<QString, QVariant> settings(bool *parsedOk = nullptr);
+
+// Makes a read-only remount fail with EBUSY: a file open for writing on the partition. The
+// partition must be writable when this is constructed.
+class WriterHold
+{
+public:
+    WriterHold();
+    ~WriterHold();
+    bool isHeld() const { return m_fd >= 0; }
+
+private:
+    int m_fd = -1;
+};
+
+// Makes a writable remount fail with EPERM: CAP_SYS_ADMIN leaves this thread's effective set until
+// the object is destroyed.
+class NoSysAdmin
+{
+public:
+    NoSysAdmin();
+    ~NoSysAdmin();
+};
+
+} // namespace Sandbox
+
+// One logged message, as the tests compare it.
+struct LogRecord
+{
+    QString type; // "debug", "warning", "critical"
+    QString function;
+    QString message;
+    bool operator==(const LogRecord &o) const
+    {
+        return type == o.type && function == o.function && message == o.message;
+    }
+};
+Q_DECLARE_METATYPE(LogRecord)
+char *toString(const LogRecord &record);
+using LogRecords = QList<LogRecord>;
+
+// Records every message logged in this process while it exists.
+class MessageCapture
+{
+public:
+    MessageCapture();
+    ~MessageCapture();
+    LogRecords records() const;
+};
+
+// The built prodconfig run as a child process (through the cross emulator where there is one).
+struct ToolRun
+{
+    int exitCode = -1;
+    bool crashed = false;
+    LogRecords records;
+    QByteArray stdOut;
+    QByteArray stdErr;
+};
+ToolRun runTool(const QStringList &arguments, const QStringList &wrapper = {});
+
+#endif // SANDBOX_H

@@ -1,0 +1,19 @@
+#include "sandbox.h"
+
+#include <QtTest>
+
+class TestPrint : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase()
+    {
+        const QString whyNot = Sandbox::enter();
+        if (!whyNot.isEmpty())
+            QSKIP(qPrintable(whyNot));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPrint)
+#include "tst_print.moc"
