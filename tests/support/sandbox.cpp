@@ -1,5 +1,6 @@
 #include "sandbox.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QMutex>
@@ -48,6 +49,24 @@ QString Sandbox::enter()
     return reason;
 }
 
+namespace {
+
+bool writeFiles(const QMap<QString, QByteArray> &files)
+{
+    // QSettings keeps files it has read in a process-wide cache and rereads one only when its size or
+    // time stamp changed; a file written here gets a time stamp no earlier file had, so it is reread.
+    static qint64 written = 0;
+    for (auto it = files.cbegin(); it != files.cend(); ++it) {
+        QFile file(QLatin1String(factoryData) + QLatin1Char('/') + it.key());
+        if (!file.open(QIODevice::WriteOnly) || file.write(it.value()) != it.value().size() || !file.flush())
+            return false;
+        file.setFileTime(QDateTime::fromSecsSinceEpoch(946684800 + ++written), QFileDevice::FileModificationTime);
+    }
+    return true;
+}
+
+} // namespace
+
 bool Sandbox::reset(const QMap<QString, QByteArray> &files, Mount mount, int sizeKiB)
 {
     // Drop every earlier layer, so the case starts from an empty partition.
@@ -55,14 +74,22 @@ bool Sandbox::reset(const QMap<QString, QByteArray> &files, Mount mount, int siz
     }
     if (!mountTmpfs(factoryData, "size=" + QByteArray::number(sizeKiB) + "k,mode=0755"))
         return false;
-    for (auto it = files.cbegin(); it != files.cend(); ++it) {
-        QFile file(QLatin1String(factoryData) + QLatin1Char('/') + it.key());
-        if (!file.open(QIODevice::WriteOnly) || file.write(it.value()) != it.value().size())
-            return false;
-    }
+    if (!writeFiles(files))
+        return false;
     if (mount == Mount::ReadOnly)
         return ::mount("", factoryData, "", MS_REMOUNT | MS_RDONLY, "") == 0;
     return true;
+}
+
+bool Sandbox::rewrite(const QMap<QString, QByteArray> &files)
+{
+    const bool readOnly = isReadOnly();
+    if (readOnly && ::mount("", factoryData, "", MS_REMOUNT, "") != 0)
+        return false;
+    const bool written = writeFiles(files);
+    if (readOnly && ::mount("", factoryData, "", MS_REMOUNT | MS_RDONLY, "") != 0)
+        return false;
+    return written;
 }
 
 void Sandbox::setCameraModel(const QByteArray &text)

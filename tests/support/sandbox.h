@@ -23,6 +23,9 @@ enum class Mount { ReadOnly, Writable };
 // the camera's unless asked otherwise. `sizeKiB` bounds the partition.
 bool reset(const QMap<QString, QByteArray> &files = {}, Mount mount = Mount::ReadOnly, int sizeKiB = 1024);
 
+// Another program changing files on the partition behind the tool's back; the mount is left as it was.
+bool rewrite(const QMap<QString, QByteArray> &files);
+
 // The camera model the stand-in product-information library reports; an empty text removes the file.
 void setCameraModel(const QByteArray &text);
 
