@@ -12,11 +12,11 @@
 #   <build dir>/sysroot
 #
 # Qt's code generators (moc, rcc) must run on the build host, yet the Qt CMake
-# packages in the sysroot point at <sysroot>/usr/lib/qt5/bin/{moc,rcc} and
-# <sysroot>/usr/lib/arm-linux-gnueabihf/qt5/bin/qmake.  The sysroot
-# preparation links those paths to the host's /usr/lib/qt5/bin tools (same
-# Qt 5.15 release); this file only checks that it was done, so a half-made
-# sysroot fails here with a clear message instead of deep inside find_package.
+# packages in the sysroot point at <sysroot>/usr/lib/qt5/bin/{moc,rcc}.  The
+# sysroot preparation links those paths to the host's /usr/lib/qt5/bin tools
+# (same Qt 5.15 release); this file only checks that it was done, so a
+# half-made sysroot fails here with a clear message instead of deep inside
+# find_package.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
@@ -45,14 +45,11 @@ if(NOT EXISTS "${PRODCONFIG_ARMHF_SYSROOT}/usr/lib/${PRODCONFIG_ARMHF_TRIPLE}/li
         "Prepare one with scripts/cross-test, or point PRODCONFIG_ARMHF_SYSROOT at it.")
 endif()
 
-foreach(_prodconfig_tool
-        "usr/lib/qt5/bin/moc"
-        "usr/lib/qt5/bin/rcc"
-        "usr/lib/${PRODCONFIG_ARMHF_TRIPLE}/qt5/bin/qmake")
-    if(NOT EXISTS "${PRODCONFIG_ARMHF_SYSROOT}/${_prodconfig_tool}")
+foreach(_prodconfig_tool moc rcc)
+    if(NOT EXISTS "${PRODCONFIG_ARMHF_SYSROOT}/usr/lib/qt5/bin/${_prodconfig_tool}")
         message(FATAL_ERROR
-            "Sysroot '${PRODCONFIG_ARMHF_SYSROOT}' lacks ${_prodconfig_tool}: "
-            "it must be a link to the build host's Qt 5 tool of that name "
+            "Sysroot '${PRODCONFIG_ARMHF_SYSROOT}' lacks usr/lib/qt5/bin/${_prodconfig_tool}: "
+            "it must be a link to the build host's /usr/lib/qt5/bin/${_prodconfig_tool} "
             "(scripts/cross-test creates these links).")
     endif()
 endforeach()
@@ -69,19 +66,21 @@ set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
 
-# The sysroot has no ld.so.conf, so the linker would not find the libraries
-# that Qt itself depends on (ICU, glib, zstd, ...) when resolving libQt5Core.
-set(_prodconfig_rpath_link
-    "-Wl,-rpath-link,${PRODCONFIG_ARMHF_SYSROOT}/lib/${PRODCONFIG_ARMHF_TRIPLE} -Wl,-rpath-link,${PRODCONFIG_ARMHF_SYSROOT}/usr/lib/${PRODCONFIG_ARMHF_TRIPLE}")
-set(CMAKE_EXE_LINKER_FLAGS_INIT    "${_prodconfig_rpath_link}")
-set(CMAKE_SHARED_LINKER_FLAGS_INIT "${_prodconfig_rpath_link}")
-set(CMAKE_MODULE_LINKER_FLAGS_INIT "${_prodconfig_rpath_link}")
-unset(_prodconfig_rpath_link)
+# 64-bit file offsets and inode numbers, as 32-bit code needs on today's file
+# systems: without them readdir() and stat() fail with EOVERFLOW as soon as a
+# directory cookie or inode number needs more than 32 bits, which ext4 on a
+# 64-bit kernel (the emulated case) hands out routinely.  Qt's ABI does not
+# depend on it.  -Wno-psabi silences GCC's notes that argument passing changed
+# in GCC 7.1, which concern only mixing objects with pre-7.1 builds.
+set(CMAKE_C_FLAGS_INIT   "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
+set(CMAKE_CXX_FLAGS_INIT "-D_FILE_OFFSET_BITS=64 -Wno-psabi")
 
-# Every target program, tests included, runs under user-mode emulation with
-# the sysroot as its root for library look-ups.  Paths that do not exist in the
-# sysroot (/factory_data, /proc, ...) still reach the host, which is what the
-# tests' mount namespaces rely on.
+# Every target program, tests included, runs under user-mode emulation.  With
+# -L, qemu serves an absolute path from the sysroot when it exists there
+# (the loader, the libraries, and "/" itself) and from the host otherwise, so
+# /factory_data, /run, /tmp and /proc are the real ones the tests' mount
+# namespaces work on.  A program that needs the real root directory must open
+# /proc/self/root rather than "/".
 find_program(PRODCONFIG_QEMU_ARM qemu-arm NO_CMAKE_FIND_ROOT_PATH)
 if(NOT PRODCONFIG_QEMU_ARM)
     message(FATAL_ERROR "qemu-arm not found (Debian package qemu-user)")

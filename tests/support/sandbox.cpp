@@ -241,7 +241,7 @@ ToolRun runTool(const QStringList &arguments, const QStringList &wrapper)
     QStringList command = wrapper;
     const QString launcher = QStringLiteral(PRODCONFIG_LAUNCHER);
     if (!launcher.isEmpty())
-        command += launcher.split(QLatin1Char(';'));
+        command += launcher.split(QLatin1Char('|'));
     command += QStringLiteral(PRODCONFIG_PATH);
     command += arguments;
 

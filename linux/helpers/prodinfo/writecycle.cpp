@@ -29,8 +29,20 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
         return false;
     {
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
+        const QVariant previous = settings.value(key);
+        const bool readCleanly = settings.status() == QSettings::NoError;
         settings.setValue(key, value);
         settings.sync();
+        // QSettings keeps a value it could not write (a full partition) for the rest of the process,
+        // and the reload would read it from there instead of from the file. Putting the file's value
+        // back lets the setter's comparison see what the file really holds. The status sticks at its
+        // first error, so only a file that was read cleanly tells a failed write apart.
+        if (readCleanly && settings.status() == QSettings::AccessError) {
+            if (previous.isValid())
+                settings.setValue(key, previous);
+            else
+                settings.remove(key);
+        }
     }
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one.
