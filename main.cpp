@@ -4,8 +4,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 
-#include <functional>
-
 // Every message of the front end names "main" as its function, whichever helper logs it.
 #define LOG_MAIN LOG_AT("main")
 
@@ -58,32 +56,56 @@ const Option options[] = {
 };
 
 enum class Outcome { Continue, EndRun };
-using Action = std::function<Outcome(ProdInfo &, const QString &)>;
 
-// One number for one setter. The setter's parameter type narrows it: 8-bit parameters keep the low
-// 8 bits, 32-bit unsigned ones all 32 bits.
+// The setters as plain functions of an int or a list, so that the action table below is constant data:
+// nothing of it is built before main, or at all.
+using SetNumber = bool (*)(ProdInfo &, int);
+using SetList = bool (*)(ProdInfo &, const QListOfInts &);
+
+// The setter's parameter type narrows the number: 8-bit parameters keep the low 8 bits, 32-bit unsigned
+// ones all 32 bits.
+template <auto setter>
+bool number(ProdInfo &prodInfo, int value)
+{
+    return (prodInfo.*setter)(value);
+}
+
+template <auto setter>
+bool numbers(ProdInfo &prodInfo, const QListOfInts &values)
+{
+    return (prodInfo.*setter)(values);
+}
+
+template <int index>
+bool telvar(ProdInfo &prodInfo, const QListOfInts &values)
+{
+    QList<quint8> bytes;
+    for (int value : values)
+        bytes.append(quint8(value));
+    return prodInfo.setTelvarCalib(index, bytes);
+}
+
+// One number for one setter.
 struct SingleValue
 {
     const char *announce;
-    std::function<bool(ProdInfo &, int)> set;
+    SetNumber set;
     const char *updated;
     const char *notUpdated;
     Outcome onFailure = Outcome::Continue;
 };
 
-Action single(SingleValue row)
+Outcome setSingle(const SingleValue &row, ProdInfo &prodInfo, const QString &text)
 {
-    return [row](ProdInfo &prodInfo, const QString &text) {
-        LOG_MAIN.debug() << row.announce << text;
-        bool ok = false;
-        const int value = text.toInt(&ok, 10);
-        if (ok && row.set(prodInfo, value)) {
-            LOG_MAIN.debug() << row.updated;
-            return Outcome::Continue;
-        }
-        LOG_MAIN.warning() << row.notUpdated;
-        return row.onFailure;
-    };
+    LOG_MAIN.debug() << row.announce << text;
+    bool ok = false;
+    const int value = text.toInt(&ok, 10);
+    if (ok && row.set(prodInfo, value)) {
+        LOG_MAIN.debug() << row.updated;
+        return Outcome::Continue;
+    }
+    LOG_MAIN.warning() << row.notUpdated;
+    return row.onFailure;
 }
 
 enum class Element { Int, Short };
@@ -95,46 +117,33 @@ struct ValueList
     Element element;
     QtMsgType elementFailureLevel;
     const char *elementFailure; // or nullptr
-    std::function<bool(ProdInfo &, const QListOfInts &)> set;
+    SetList set;
     Outcome onFailure = Outcome::Continue;
 };
 
-Action list(ValueList row)
+Outcome setList(const ValueList &row, ProdInfo &prodInfo, const QString &text)
 {
-    return [row](ProdInfo &prodInfo, const QString &text) {
-        LOG_MAIN.debug() << row.announce << text;
-        QListOfInts values;
-        for (const QString &part : text.split(QLatin1Char(','))) {
-            bool ok = false;
-            const int value = row.element == Element::Short ? part.toShort(&ok, 10) : part.toInt(&ok, 10);
-            if (!ok) {
-                if (row.elementFailure) {
-                    QMessageLogger log = LOG_MAIN;
-                    (row.elementFailureLevel == QtWarningMsg ? log.warning() : log.debug())
-                        << row.elementFailure << part;
-                }
-                LOG_MAIN.warning() << "Not updated";
-                return row.onFailure;
+    LOG_MAIN.debug() << row.announce << text;
+    QListOfInts values;
+    for (const QString &part : text.split(QLatin1Char(','))) {
+        bool ok = false;
+        const int value = row.element == Element::Short ? part.toShort(&ok, 10) : part.toInt(&ok, 10);
+        if (!ok) {
+            if (row.elementFailure) {
+                QMessageLogger log = LOG_MAIN;
+                (row.elementFailureLevel == QtWarningMsg ? log.warning() : log.debug()) << row.elementFailure << part;
             }
-            values.append(value);
+            LOG_MAIN.warning() << "Not updated";
+            return row.onFailure;
         }
-        if (row.set(prodInfo, values)) {
-            LOG_MAIN.debug() << "Updated";
-            return Outcome::Continue;
-        }
-        LOG_MAIN.warning() << "Not updated";
-        return row.onFailure;
-    };
-}
-
-std::function<bool(ProdInfo &, const QListOfInts &)> telvar(int index)
-{
-    return [index](ProdInfo &prodInfo, const QListOfInts &values) {
-        QList<quint8> bytes;
-        for (int value : values)
-            bytes.append(quint8(value));
-        return prodInfo.setTelvarCalib(index, bytes);
-    };
+        values.append(value);
+    }
+    if (row.set(prodInfo, values)) {
+        LOG_MAIN.debug() << "Updated";
+        return Outcome::Continue;
+    }
+    LOG_MAIN.warning() << "Not updated";
+    return row.onFailure;
 }
 
 Outcome setSerial(ProdInfo &prodInfo, const QString &text)
@@ -232,54 +241,79 @@ Outcome print(ProdInfo &prodInfo, const QString &)
     return Outcome::Continue;
 }
 
+// What an option does: a function of its own, or one number or one list for one setter.
+struct Action
+{
+    const char *option;
+    Outcome (*run)(ProdInfo &, const QString &) = nullptr;
+    SingleValue single = {};
+    ValueList list = {};
+};
+
+constexpr Action single(const char *option, SingleValue row) { return {option, nullptr, row, {}}; }
+constexpr Action list(const char *option, ValueList row) { return {option, nullptr, {}, row}; }
+
+Outcome perform(const Action &action, ProdInfo &prodInfo, const QString &text)
+{
+    if (action.run)
+        return action.run(prodInfo, text);
+    if (action.single.set)
+        return setSingle(action.single, prodInfo, text);
+    return setList(action.list, prodInfo, text);
+}
+
 // The order in which the actions run, which is not the order of the help text: init first, then
 // print, so that a print shows the values from before this run's changes.
-const std::pair<const char *, Action> actions[] = {
+constexpr Action actions[] = {
     {"init", init},
     {"print", print},
     {"serial", setSerial},
     {"console", setConsole},
-    {"su-model", single({"Set SU model", &ProdInfo::setSuModel, "Updated.", "Not updated"})},
-    {"image-sensor-type",
-     single({"Set image sensor type", &ProdInfo::setImageSensorType, "Updated", "Not updated"})},
-    {"image-sensor-serial",
-     single({"Set image sensor serial", &ProdInfo::setImageSensorSerial, "Updated", "Not updated"})},
-    {"image-sensor-calib", list({"Set image sensor calibration", Element::Int, QtWarningMsg,
-                                 "Failed to convert value to short",
-                                 &ProdInfo::setImageSensorTemperatureCalibration})},
-    {"board-test-status",
-     single({"Set board test status", &ProdInfo::setBoardTestStatus, "Updated", "Not updated"})},
-    {"su-test-status", single({"Set SU test status", &ProdInfo::setSuTestStatus, "Updated", "Not updated"})},
-    {"calibration-status",
-     single({"Set calibration status", &ProdInfo::setCalibrationStatus, "Updated", "Not updated"})},
-    {"dut-status", single({"Set DUT status", &ProdInfo::setDutStatus, "Updated", "Not updated"})},
-    {"telvar-pos",
-     single({"Set Telvar sensor postion", &ProdInfo::setTelvarSensorPos, "Updated", "Not updated"})},
-    {"telvar-calib0", list({"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar(0)})},
-    {"telvar-calib1", list({"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar(1)})},
-    {"telvar-calib2", list({"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar(2)})},
-    {"wifi-region", single({"Set wifi region", &ProdInfo::setWifiRegion, "Wifi region updated.", "Not updated"})},
-    {"usb-power", single({"Set USB power", &ProdInfo::setUsbPower, "Updated", "Not updated"})},
+    single("su-model", {"Set SU model", number<&ProdInfo::setSuModel>, "Updated.", "Not updated"}),
+    single("image-sensor-type",
+           {"Set image sensor type", number<&ProdInfo::setImageSensorType>, "Updated", "Not updated"}),
+    single("image-sensor-serial",
+           {"Set image sensor serial", number<&ProdInfo::setImageSensorSerial>, "Updated", "Not updated"}),
+    list("image-sensor-calib", {"Set image sensor calibration", Element::Int, QtWarningMsg,
+                                "Failed to convert value to short",
+                                numbers<&ProdInfo::setImageSensorTemperatureCalibration>}),
+    single("board-test-status",
+           {"Set board test status", number<&ProdInfo::setBoardTestStatus>, "Updated", "Not updated"}),
+    single("su-test-status", {"Set SU test status", number<&ProdInfo::setSuTestStatus>, "Updated", "Not updated"}),
+    single("calibration-status",
+           {"Set calibration status", number<&ProdInfo::setCalibrationStatus>, "Updated", "Not updated"}),
+    single("dut-status", {"Set DUT status", number<&ProdInfo::setDutStatus>, "Updated", "Not updated"}),
+    single("telvar-pos",
+           {"Set Telvar sensor postion", number<&ProdInfo::setTelvarSensorPos>, "Updated", "Not updated"}),
+    list("telvar-calib0", {"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar<0>}),
+    list("telvar-calib1", {"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar<1>}),
+    list("telvar-calib2", {"Set Telvar calibration", Element::Int, QtDebugMsg, nullptr, telvar<2>}),
+    single("wifi-region",
+           {"Set wifi region", number<&ProdInfo::setWifiRegion>, "Wifi region updated.", "Not updated"}),
+    single("usb-power", {"Set USB power", number<&ProdInfo::setUsbPower>, "Updated", "Not updated"}),
     // One message for both a bad number and a failed write.
-    {"IR-filter-type", single({"Set IR filter type", &ProdInfo::setIrFilterType, "IR filter type updated",
-                               "Wrong input, expected number"})},
-    {"shell-color", single({"Set shell color", &ProdInfo::setShellColor, "Updated", "Not updated"})},
-    {"trace-level", single({"Set trace level", &ProdInfo::setTraceLevel, "Updated", "Not updated"})},
-    {"suc-dbg-mask", single({"Set SUC debug mask", &ProdInfo::setSucDebugEnableMask, "Updated", "Not updated"})},
-    {"imx-dbg-mask", single({"Set iMX debug mask", &ProdInfo::setImxDebugEnableMask, "Updated", "Not updated"})},
-    {"acc-calib", list({"Set accelerometer calibration", Element::Short, QtDebugMsg,
-                        "Failed to convert input to short", &ProdInfo::setAccelerometerCalibration})},
-    {"acc-calib-ext", list({"Set accelerometer calibration extended", Element::Short, QtDebugMsg,
-                            "Failed to convert input to short", &ProdInfo::setAccelerometerCalibrationExt})},
+    single("IR-filter-type", {"Set IR filter type", number<&ProdInfo::setIrFilterType>, "IR filter type updated",
+                              "Wrong input, expected number"}),
+    single("shell-color", {"Set shell color", number<&ProdInfo::setShellColor>, "Updated", "Not updated"}),
+    single("trace-level", {"Set trace level", number<&ProdInfo::setTraceLevel>, "Updated", "Not updated"}),
+    single("suc-dbg-mask",
+           {"Set SUC debug mask", number<&ProdInfo::setSucDebugEnableMask>, "Updated", "Not updated"}),
+    single("imx-dbg-mask",
+           {"Set iMX debug mask", number<&ProdInfo::setImxDebugEnableMask>, "Updated", "Not updated"}),
+    list("acc-calib", {"Set accelerometer calibration", Element::Short, QtDebugMsg,
+                       "Failed to convert input to short", numbers<&ProdInfo::setAccelerometerCalibration>}),
+    list("acc-calib-ext", {"Set accelerometer calibration extended", Element::Short, QtDebugMsg,
+                           "Failed to convert input to short", numbers<&ProdInfo::setAccelerometerCalibrationExt>}),
     // The temperature is stored as its low 8 bits: -5 becomes 251.
-    {"acc-calib-temp", single({"Set acceleration calibration temperature",
-                               [](ProdInfo &p, int value) { return p.setAccelerometerCalibrationTemp(value & 0xFF); },
-                               "Updated", "Not updated", Outcome::EndRun})},
-    {"acc-temp-calib",
-     list({"Set acceleration temperature calibration", Element::Int, QtDebugMsg, "Failed to convert input to int",
-           &ProdInfo::setAccelerometerTemperatureCalib, Outcome::EndRun})},
-    {"prox-calib", list({"Set proximity calibration", Element::Short, QtDebugMsg,
-                         "Failed to convert input to short", &ProdInfo::setProximityCalibration})},
+    single("acc-calib-temp",
+           {"Set acceleration calibration temperature",
+            [](ProdInfo &p, int value) { return p.setAccelerometerCalibrationTemp(value & 0xFF); }, "Updated",
+            "Not updated", Outcome::EndRun}),
+    list("acc-temp-calib", {"Set acceleration temperature calibration", Element::Int, QtDebugMsg,
+                            "Failed to convert input to int", numbers<&ProdInfo::setAccelerometerTemperatureCalib>,
+                            Outcome::EndRun}),
+    list("prox-calib", {"Set proximity calibration", Element::Short, QtDebugMsg, "Failed to convert input to short",
+                        numbers<&ProdInfo::setProximityCalibration>}),
     {"thumbwheel-mode", setThumbwheelMode},
     {"nrof-tessel-dac-calib-values", setTesselPointCount},
     {"tessel-dac-calib", setTesselPoints},
@@ -311,9 +345,9 @@ int main(int argc, char *argv[])
     parser.process(app);
 
     ProdInfo prodInfo;
-    for (const auto &[name, action] : actions) {
-        const QString option = QLatin1String(name);
-        if (parser.isSet(option) && action(prodInfo, parser.value(option)) == Outcome::EndRun)
+    for (const Action &action : actions) {
+        const QString option = QLatin1String(action.option);
+        if (parser.isSet(option) && perform(action, prodInfo, parser.value(option)) == Outcome::EndRun)
             return 1;
     }
     return 0;

@@ -25,7 +25,7 @@ QMap<QString, QByteArray> seeded()
 void start(QProcess &tool, const QStringList &arguments)
 {
     const QString launcher = PRODCONFIG_LAUNCHER;
-    QStringList command = launcher.isEmpty() ? QStringList() : launcher.split(' ');
+    QStringList command = launcher.isEmpty() ? QStringList() : launcher.split('|');
     command << PRODCONFIG_PATH << arguments;
     tool.setStandardErrorFile(QProcess::nullDevice());
     tool.start(command.takeFirst(), command);

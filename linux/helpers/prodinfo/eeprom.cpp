@@ -126,7 +126,7 @@ void ProdInfo::convertFromEepromToSettings()
         const auto fields = settingsFields();
         for (int i = 0; i < EepromFieldCount; ++i) {
             const QVariant value = std::visit([](auto *member) { return writtenForm(*member); }, fields[i].member);
-            settings.setValue(QLatin1String(fields[i].key), value);
+            settings.setValue(fields[i].key, value);
         }
     } // destroying the settings object writes the file
     FactoryData::remount(FactoryData::Access::ReadOnly, __func__);

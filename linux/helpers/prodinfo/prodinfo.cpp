@@ -15,6 +15,21 @@ struct Overloaded : Ts...
 template <class... Ts>
 Overloaded(Ts...) -> Overloaded<Ts...>;
 
+// An integer list comes back from the file as the list of its items' texts. Converting each text as
+// toIntList would convert it gives the same list without building a list of variants first, on every
+// reload of every list key.
+QListOfInts intListOf(const QVariant &value)
+{
+    if (value.userType() != QMetaType::QStringList)
+        return toIntList(value.toList());
+    const QStringList texts = value.toStringList();
+    QListOfInts list;
+    list.reserve(texts.size());
+    for (const QString &text : texts)
+        list.append(QVariant(text).toInt());
+    return list;
+}
+
 } // namespace
 
 ProdInfo::ProdInfo(QObject *parent) : QObject(parent)
@@ -31,48 +46,48 @@ std::array<ProdInfo::SettingsField, ProdInfo::SettingsFieldCount> ProdInfo::sett
 {
     TelvarCalibration *t = m_TelvarCalib;
     return {{
-        {"Identity/SuSerial", &m_SuSerial},
-        {"Identity/SuModel", &m_SuModel},
-        {"ImageSensor/Type", &m_ImageSensorType},
-        {"ImageSensor/Serial", &m_ImageSensorSerial},
-        {"ImageSensor/TempCalibration", &m_ImageSensorTempCalibration},
-        {"Status/BoardTestStatus", &m_BoardTestStatus},
-        {"Status/SuTestStatus", &m_SuTestStatus},
-        {"Status/CalibrationStatus", &m_CalibrationStatus},
-        {"Status/DutStatus", &m_DutStatus},
-        {"TelvarSensorPos", &m_TelvarSensorPos},
-        {"Telvar/Calib0_EquipmentId", &t[0].EquipmentId},
-        {"Telvar/Calib0_ID0", &t[0].Id0},
-        {"Telvar/Calib0_ID1", &t[0].Id1},
-        {"Telvar/Calib0_ID2", &t[0].Id2},
-        {"Telvar/Calib0_Pos", &t[0].Pos},
-        {"Telvar/Calib1_EquipmentId", &t[1].EquipmentId},
-        {"Telvar/Calib1_ID0", &t[1].Id0},
-        {"Telvar/Calib1_ID1", &t[1].Id1},
-        {"Telvar/Calib1_ID2", &t[1].Id2},
-        {"Telvar/Calib1_Pos", &t[1].Pos},
-        {"Telvar/Calib2_EquipmentId", &t[2].EquipmentId},
-        {"Telvar/Calib2_ID0", &t[2].Id0},
-        {"Telvar/Calib2_ID1", &t[2].Id1},
-        {"Telvar/Calib2_ID2", &t[2].Id2},
-        {"Telvar/Calib2_Pos", &t[2].Pos},
-        {"Identity/WifiRegion", &m_WifiRegion},
-        {"UsbPower", &m_UsbPower},
-        {"AuxDebug", &m_AuxDebug},
-        {"Identity/IrFilterType", &m_IrFilterType},
-        {"Identity/ShellColor", &m_ShellColor},
-        {"TraceLevel", &m_TraceLevel},
-        {"SucDebugEnableMask", &m_SucDebugEnableMask},
-        {"ImxDebugEnableMask", &m_ImxDebugEnableMask},
-        {"Accelerometer/Calibration", &m_AccelerometerCalibration},
-        {"Accelerometer/CalibrationExt", &m_AccelerometerCalibrationExt},
-        {"ProximityCalibration", &m_ProximityCalibration},
-        {"ThumbwheelMode", &m_ThumbwheelMode},
-        {"NrofTesselDACCalibrationValues", &m_NrofTesselDACCalibrationValues},
-        {"TesselDACCalibration", &m_TesselDACCalibration},
+        {QStringLiteral("Identity/SuSerial"), &m_SuSerial},
+        {QStringLiteral("Identity/SuModel"), &m_SuModel},
+        {QStringLiteral("ImageSensor/Type"), &m_ImageSensorType},
+        {QStringLiteral("ImageSensor/Serial"), &m_ImageSensorSerial},
+        {QStringLiteral("ImageSensor/TempCalibration"), &m_ImageSensorTempCalibration},
+        {QStringLiteral("Status/BoardTestStatus"), &m_BoardTestStatus},
+        {QStringLiteral("Status/SuTestStatus"), &m_SuTestStatus},
+        {QStringLiteral("Status/CalibrationStatus"), &m_CalibrationStatus},
+        {QStringLiteral("Status/DutStatus"), &m_DutStatus},
+        {QStringLiteral("TelvarSensorPos"), &m_TelvarSensorPos},
+        {QStringLiteral("Telvar/Calib0_EquipmentId"), &t[0].EquipmentId},
+        {QStringLiteral("Telvar/Calib0_ID0"), &t[0].Id0},
+        {QStringLiteral("Telvar/Calib0_ID1"), &t[0].Id1},
+        {QStringLiteral("Telvar/Calib0_ID2"), &t[0].Id2},
+        {QStringLiteral("Telvar/Calib0_Pos"), &t[0].Pos},
+        {QStringLiteral("Telvar/Calib1_EquipmentId"), &t[1].EquipmentId},
+        {QStringLiteral("Telvar/Calib1_ID0"), &t[1].Id0},
+        {QStringLiteral("Telvar/Calib1_ID1"), &t[1].Id1},
+        {QStringLiteral("Telvar/Calib1_ID2"), &t[1].Id2},
+        {QStringLiteral("Telvar/Calib1_Pos"), &t[1].Pos},
+        {QStringLiteral("Telvar/Calib2_EquipmentId"), &t[2].EquipmentId},
+        {QStringLiteral("Telvar/Calib2_ID0"), &t[2].Id0},
+        {QStringLiteral("Telvar/Calib2_ID1"), &t[2].Id1},
+        {QStringLiteral("Telvar/Calib2_ID2"), &t[2].Id2},
+        {QStringLiteral("Telvar/Calib2_Pos"), &t[2].Pos},
+        {QStringLiteral("Identity/WifiRegion"), &m_WifiRegion},
+        {QStringLiteral("UsbPower"), &m_UsbPower},
+        {QStringLiteral("AuxDebug"), &m_AuxDebug},
+        {QStringLiteral("Identity/IrFilterType"), &m_IrFilterType},
+        {QStringLiteral("Identity/ShellColor"), &m_ShellColor},
+        {QStringLiteral("TraceLevel"), &m_TraceLevel},
+        {QStringLiteral("SucDebugEnableMask"), &m_SucDebugEnableMask},
+        {QStringLiteral("ImxDebugEnableMask"), &m_ImxDebugEnableMask},
+        {QStringLiteral("Accelerometer/Calibration"), &m_AccelerometerCalibration},
+        {QStringLiteral("Accelerometer/CalibrationExt"), &m_AccelerometerCalibrationExt},
+        {QStringLiteral("ProximityCalibration"), &m_ProximityCalibration},
+        {QStringLiteral("ThumbwheelMode"), &m_ThumbwheelMode},
+        {QStringLiteral("NrofTesselDACCalibrationValues"), &m_NrofTesselDACCalibrationValues},
+        {QStringLiteral("TesselDACCalibration"), &m_TesselDACCalibration},
         // Not in the EEPROM image.
-        {"Accelerometer/CalibrationTemp", &m_AccelerometerCalibrationTemp},
-        {"Accelerometer/TemperatureCalib", &m_AccelerometerTemperatureCalib},
+        {QStringLiteral("Accelerometer/CalibrationTemp"), &m_AccelerometerCalibrationTemp},
+        {QStringLiteral("Accelerometer/TemperatureCalib"), &m_AccelerometerTemperatureCalib},
     }};
 }
 
@@ -80,7 +95,7 @@ QString ProdInfo::keyOf(const void *member)
 {
     for (const SettingsField &field : settingsFields()) {
         if (std::visit([](auto *m) -> const void * { return m; }, field.member) == member)
-            return QLatin1String(field.key);
+            return field.key;
     }
     Q_UNREACHABLE();
     return {};
@@ -94,14 +109,14 @@ void ProdInfo::loadSettings()
     const QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
     const QVariant zeroText(QStringLiteral("0"));
     for (const SettingsField &field : settingsFields()) {
-        const QString key = QLatin1String(field.key);
+        const QString &key = field.key;
         // Conversion flags are not consulted: what does not convert reads as 0, "" or an empty list.
         std::visit(Overloaded{
                        [&](QString *m) { *m = settings.value(key, zeroText).toString(); },
                        [&](quint8 *m) { *m = quint8(settings.value(key, zeroText).toUInt()); },
                        [&](uint *m) { *m = settings.value(key, zeroText).toUInt(); },
                        [&](int *m) { *m = settings.value(key, QString()).toInt(); },
-                       [&](QListOfInts *m) { *m = toIntList(settings.value(key).toList()); },
+                       [&](QListOfInts *m) { *m = intListOf(settings.value(key)); },
                        [&](QVariantList *m) { *m = settings.value(key).toList(); },
                    },
                    field.member);

@@ -166,7 +166,7 @@ private:
     using Member = std::variant<QString *, quint8 *, uint *, int *, QListOfInts *, QVariantList *>;
     struct SettingsField
     {
-        const char *key;
+        QString key; // a literal: every reload reads all 41 keys, and a literal costs no conversion
         Member member;
     };
     static constexpr int SettingsFieldCount = 41;
