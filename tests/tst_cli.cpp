@@ -50,7 +50,6 @@ void loadCases(const char *group)
         const QString value = line.mid(colon + (line.midRef(colon + 1).startsWith(QLatin1Char(' ')) ? 2 : 1));
         // A misspelt choice would quietly drop a check.
         static const QMap<QString, QStringList> choices{
-            {"seed", {"settings", "eeprom"}},
             {"fault", {"no-sys-admin", "busy"}},
             {"file", {"unchanged", "only these keys", "present", "absent"}},
             {"partition", {"writable", "read-only"}}};
@@ -116,7 +115,9 @@ void runCase()
     QFETCH(Case, c);
     const bool eepromOnly = c.seed == QLatin1String("eeprom");
     const QString seedName = eepromOnly ? QStringLiteral("eeprom") : QStringLiteral("settings.ini");
-    const QByteArray seed = contents(QStringLiteral(SAMPLES_DIR "/") + seedName);
+    const bool sample = eepromOnly || c.seed == QLatin1String("settings");
+    const QByteArray seed = contents(sample ? QStringLiteral(SAMPLES_DIR "/") + seedName
+                                            : QStringLiteral(TEST_DATA_DIR "/cli/") + c.seed);
     QVERIFY(!seed.isEmpty());
     // A file held open for writing makes the read-only remount fail; it needs a writable partition.
     const bool busy = c.fault == QLatin1String("busy");
@@ -154,8 +155,11 @@ void runCase()
         QCOMPARE(Sandbox::files(), QStringList{"eeprom"});
     else if (c.file == QLatin1String("present"))
         QVERIFY(Sandbox::files().contains(QStringLiteral("settings.ini")));
-    else if (c.file == QLatin1String("unchanged"))
+    else if (c.file == QLatin1String("unchanged")) {
+        // Byte for byte says it all, and some seeds are not for QSettings to read.
         QCOMPARE(Sandbox::read(QStringLiteral("settings.ini")), seed);
+        return;
+    }
     bool parsedOk = false;
     const QMap<QString, QVariant> settings = Sandbox::settings(&parsedOk);
     QVERIFY(parsedOk);

@@ -5,6 +5,7 @@
 
 #include <productinfo.h>
 
+#include <QFile>
 #include <QSettings>
 
 bool ProdInfo::initSettings()
@@ -12,6 +13,9 @@ bool ProdInfo::initSettings()
     if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
         return false;
     {
+        // Removing the file clears it as QSettings::clear() would, without first decoding values that
+        // Qt may not be able to decode: a reset must repair any file.
+        QFile::remove(FactoryData::settingsPath());
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
         settings.clear();
 

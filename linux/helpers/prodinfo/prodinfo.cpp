@@ -5,6 +5,8 @@
 #include <QFileInfo>
 #include <QSettings>
 
+#include <new>
+
 namespace {
 
 template <class... Ts>
@@ -107,17 +109,26 @@ void ProdInfo::loadSettings()
         return;
 
     const QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
+    // Qt throws when a stored @Variant(...) claims more items than memory holds. Such a value reads as
+    // missing, like any other that QSettings cannot deliver, so the tool still starts and can reset it.
+    const auto value = [&settings](const QString &key, const QVariant &fallback = QVariant()) {
+        try {
+            return settings.value(key, fallback);
+        } catch (const std::bad_alloc &) {
+            return fallback;
+        }
+    };
     const QVariant zeroText(QStringLiteral("0"));
     for (const SettingsField &field : settingsFields()) {
         const QString &key = field.key;
         // Conversion flags are not consulted: what does not convert reads as 0, "" or an empty list.
         std::visit(Overloaded{
-                       [&](QString *m) { *m = settings.value(key, zeroText).toString(); },
-                       [&](quint8 *m) { *m = quint8(settings.value(key, zeroText).toUInt()); },
-                       [&](uint *m) { *m = settings.value(key, zeroText).toUInt(); },
-                       [&](int *m) { *m = settings.value(key, QString()).toInt(); },
-                       [&](QListOfInts *m) { *m = intListOf(settings.value(key)); },
-                       [&](QVariantList *m) { *m = settings.value(key).toList(); },
+                       [&](QString *m) { *m = value(key, zeroText).toString(); },
+                       [&](quint8 *m) { *m = quint8(value(key, zeroText).toUInt()); },
+                       [&](uint *m) { *m = value(key, zeroText).toUInt(); },
+                       [&](int *m) { *m = value(key, QString()).toInt(); },
+                       [&](QListOfInts *m) { *m = intListOf(value(key)); },
+                       [&](QVariantList *m) { *m = value(key).toList(); },
                    },
                    field.member);
     }

@@ -7,6 +7,8 @@
 #include <QSettings>
 #include <QStorageInfo>
 
+#include <new>
+
 #include <sys/mount.h>
 
 bool FactoryData::remount(Access access, const char *caller)
@@ -20,14 +22,13 @@ bool FactoryData::remount(Access access, const char *caller)
     return false;
 }
 
-bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
+namespace {
+
+// Writes one key and syncs. False only when Qt cannot decode the file it has to rewrite: a value such as
+// @Variant(...) claiming a list of two thousand million items fails its allocation.
+bool writeKey(const QString &key, const QVariant &value)
 {
-    // Only the initialisation and the EEPROM import may create the file.
-    if (!QFileInfo::exists(FactoryData::settingsPath()))
-        return false;
-    if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
-        return false;
-    {
+    try {
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
         const QVariant previous = settings.value(key);
         const bool readCleanly = settings.status() == QSettings::NoError;
@@ -43,10 +44,25 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
             else
                 settings.remove(key);
         }
+        return true;
+    } catch (const std::bad_alloc &) {
+        return false;
     }
+}
+
+} // namespace
+
+bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
+{
+    // Only the initialisation and the EEPROM import may create the file.
+    if (!QFileInfo::exists(FactoryData::settingsPath()))
+        return false;
+    if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
+        return false;
+    const bool written = writeKey(key, value);
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one.
-    if (!FactoryData::remount(FactoryData::Access::ReadOnly, __func__))
+    if (!FactoryData::remount(FactoryData::Access::ReadOnly, __func__) || !written)
         return false;
     loadSettings();
     return true;
