@@ -26,7 +26,8 @@ const Option options[] = {
     {"t", "image-sensor-type", "type",
      QT_TRANSLATE_NOOP("main", "Set image sensor type (15 = 50 sensor, 17 = 100 sensor)")},
     {nullptr, "image-sensor-serial", "serial", QT_TRANSLATE_NOOP("main", "Set image sensor serial")},
-    {nullptr, "image-sensor-calib", "a,b,c,d,e,f", QT_TRANSLATE_NOOP("main", "Set image sensor temp calibration")},
+    {nullptr, "image-sensor-calib", "a,b,c,d,e,f",
+     QT_TRANSLATE_NOOP("main", "Set image sensor temp calibration")},
     {"b", "board-test-status", "status", QT_TRANSLATE_NOOP("main", "Set board test status")},
     {nullptr, "su-test-status", "status", QT_TRANSLATE_NOOP("main", "Set SU test status")},
     {nullptr, "calibration-status", "status", QT_TRANSLATE_NOOP("main", "Set calibration status")},
@@ -48,9 +49,12 @@ const Option options[] = {
     {nullptr, "thumbwheel-mode", "mode", QT_TRANSLATE_NOOP("main", "Set thumbwheel mode (0=STM32, 1=Poll)")},
     {nullptr, "nrof-tessel-dac-calib-values", "points",
      QT_TRANSLATE_NOOP("main", "Set number of Tessel DAC calibration points")},
-    {nullptr, "tessel-dac-calib", "x,y[,x,y,...]", QT_TRANSLATE_NOOP("main", "Set Tessel DAC calibration points")},
-    {nullptr, "acc-calib-ext", "1,2,3,4,5,...,18", QT_TRANSLATE_NOOP("main", "Set accelerometer calibration extended")},
-    {nullptr, "acc-calib-temp", "temperature", QT_TRANSLATE_NOOP("main", "Set accelerometer calibration temperature")},
+    {nullptr, "tessel-dac-calib", "x,y[,x,y,...]",
+     QT_TRANSLATE_NOOP("main", "Set Tessel DAC calibration points")},
+    {nullptr, "acc-calib-ext", "1,2,3,4,5,...,18",
+     QT_TRANSLATE_NOOP("main", "Set accelerometer calibration extended")},
+    {nullptr, "acc-calib-temp", "temperature",
+     QT_TRANSLATE_NOOP("main", "Set accelerometer calibration temperature")},
     {nullptr, "acc-temp-calib", "t,x,y,z[,t,x,y,z...]",
      QT_TRANSLATE_NOOP("main", "Set accelerometer temperature calibration")},
 };
@@ -131,7 +135,8 @@ Outcome setList(const ValueList &row, ProdInfo &prodInfo, const QString &text)
         if (!ok) {
             if (row.elementFailure) {
                 QMessageLogger log = LOG_MAIN;
-                (row.elementFailureLevel == QtWarningMsg ? log.warning() : log.debug()) << row.elementFailure << part;
+                (row.elementFailureLevel == QtWarningMsg ? log.warning() : log.debug())
+                    << row.elementFailure << part;
             }
             LOG_MAIN.warning() << "Not updated";
             return row.onFailure;
@@ -209,7 +214,8 @@ Outcome setTesselPoints(ProdInfo &prodInfo, const QString &text)
         bool ok = false;
         coordinates[i % 2] = values.at(i).toUShort(&ok, 10);
         if (!ok) {
-            LOG_MAIN.critical("Failed to convert value ('%s') to unsigned short.", values.at(i).toUtf8().constData());
+            LOG_MAIN.critical("Failed to convert value ('%s') to unsigned short.",
+                              values.at(i).toUtf8().constData());
             return Outcome::EndRun;
         }
         if (i % 2 == 1)
@@ -218,7 +224,8 @@ Outcome setTesselPoints(ProdInfo &prodInfo, const QString &text)
     // The count always follows the points given, whatever an earlier option set.
     LOG_MAIN.debug("Setting number of calibration points to %d", count);
     if (!prodInfo.setNrofTesselDACCalibrationValues(quint8(count))) {
-        LOG_MAIN.critical("Failed to set number of calibration points. Skipping update of calibration point values.");
+        LOG_MAIN.critical(
+            "Failed to set number of calibration points. Skipping update of calibration point values.");
         return Outcome::EndRun;
     }
     LOG_MAIN.debug() << "Setting Tessel DAC calibration points" << points;
@@ -274,12 +281,13 @@ constexpr Action actions[] = {
            {"Set image sensor type", number<&ProdInfo::setImageSensorType>, "Updated", "Not updated"}),
     single("image-sensor-serial",
            {"Set image sensor serial", number<&ProdInfo::setImageSensorSerial>, "Updated", "Not updated"}),
-    list("image-sensor-calib", {"Set image sensor calibration", Element::Int, QtWarningMsg,
-                                "Failed to convert value to short",
-                                numbers<&ProdInfo::setImageSensorTemperatureCalibration>}),
+    list("image-sensor-calib",
+         {"Set image sensor calibration", Element::Int, QtWarningMsg, "Failed to convert value to short",
+          numbers<&ProdInfo::setImageSensorTemperatureCalibration>}),
     single("board-test-status",
            {"Set board test status", number<&ProdInfo::setBoardTestStatus>, "Updated", "Not updated"}),
-    single("su-test-status", {"Set SU test status", number<&ProdInfo::setSuTestStatus>, "Updated", "Not updated"}),
+    single("su-test-status",
+           {"Set SU test status", number<&ProdInfo::setSuTestStatus>, "Updated", "Not updated"}),
     single("calibration-status",
            {"Set calibration status", number<&ProdInfo::setCalibrationStatus>, "Updated", "Not updated"}),
     single("dut-status", {"Set DUT status", number<&ProdInfo::setDutStatus>, "Updated", "Not updated"}),
@@ -292,8 +300,8 @@ constexpr Action actions[] = {
            {"Set wifi region", number<&ProdInfo::setWifiRegion>, "Wifi region updated.", "Not updated"}),
     single("usb-power", {"Set USB power", number<&ProdInfo::setUsbPower>, "Updated", "Not updated"}),
     // One message for both a bad number and a failed write.
-    single("IR-filter-type", {"Set IR filter type", number<&ProdInfo::setIrFilterType>, "IR filter type updated",
-                              "Wrong input, expected number"}),
+    single("IR-filter-type", {"Set IR filter type", number<&ProdInfo::setIrFilterType>,
+                              "IR filter type updated", "Wrong input, expected number"}),
     single("shell-color", {"Set shell color", number<&ProdInfo::setShellColor>, "Updated", "Not updated"}),
     single("trace-level", {"Set trace level", number<&ProdInfo::setTraceLevel>, "Updated", "Not updated"}),
     single("suc-dbg-mask",
@@ -302,18 +310,19 @@ constexpr Action actions[] = {
            {"Set iMX debug mask", number<&ProdInfo::setImxDebugEnableMask>, "Updated", "Not updated"}),
     list("acc-calib", {"Set accelerometer calibration", Element::Short, QtDebugMsg,
                        "Failed to convert input to short", numbers<&ProdInfo::setAccelerometerCalibration>}),
-    list("acc-calib-ext", {"Set accelerometer calibration extended", Element::Short, QtDebugMsg,
-                           "Failed to convert input to short", numbers<&ProdInfo::setAccelerometerCalibrationExt>}),
+    list("acc-calib-ext",
+         {"Set accelerometer calibration extended", Element::Short, QtDebugMsg,
+          "Failed to convert input to short", numbers<&ProdInfo::setAccelerometerCalibrationExt>}),
     // The temperature is stored as its low 8 bits: -5 becomes 251.
     single("acc-calib-temp",
            {"Set acceleration calibration temperature",
             [](ProdInfo &p, int value) { return p.setAccelerometerCalibrationTemp(value & 0xFF); }, "Updated",
             "Not updated", Outcome::EndRun}),
     list("acc-temp-calib", {"Set acceleration temperature calibration", Element::Int, QtDebugMsg,
-                            "Failed to convert input to int", numbers<&ProdInfo::setAccelerometerTemperatureCalib>,
-                            Outcome::EndRun}),
-    list("prox-calib", {"Set proximity calibration", Element::Short, QtDebugMsg, "Failed to convert input to short",
-                        numbers<&ProdInfo::setProximityCalibration>}),
+                            "Failed to convert input to int",
+                            numbers<&ProdInfo::setAccelerometerTemperatureCalib>, Outcome::EndRun}),
+    list("prox-calib", {"Set proximity calibration", Element::Short, QtDebugMsg,
+                        "Failed to convert input to short", numbers<&ProdInfo::setProximityCalibration>}),
     {"thumbwheel-mode", setThumbwheelMode},
     {"nrof-tessel-dac-calib-values", setTesselPointCount},
     {"tessel-dac-calib", setTesselPoints},
@@ -330,16 +339,17 @@ int main(int argc, char *argv[])
     LOG.debug() << "Version: " << QCoreApplication::applicationVersion();
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Application for read and write of production configuration data"));
+    parser.setApplicationDescription(
+        QStringLiteral("Application for read and write of production configuration data"));
     parser.addHelpOption();
     parser.addVersionOption();
     for (const Option &option : options) {
         QStringList names{QLatin1String(option.name)};
         if (option.shortName)
             names.prepend(QLatin1String(option.shortName));
-        parser.addOption(QCommandLineOption(names, QCoreApplication::translate("main", option.description),
-                                            option.valueName ? QCoreApplication::translate("main", option.valueName)
-                                                             : QString()));
+        parser.addOption(QCommandLineOption(
+            names, QCoreApplication::translate("main", option.description),
+            option.valueName ? QCoreApplication::translate("main", option.valueName) : QString()));
     }
     // Help, version and bad options end the process here, before the factory partition is touched.
     parser.process(app);

@@ -109,7 +109,8 @@ const Texts initialMembers{{"SuModel", "0"}, {"WifiRegion", "4294967295"}, {"Tes
 // clang-format on
 
 // Compares one by one, so a failure names the key.
-template <typename Read> void compareTexts(const Texts &expected, Read actual)
+template <typename Read>
+void compareTexts(const Texts &expected, Read actual)
 {
     for (auto it = expected.cbegin(); it != expected.cend(); ++it)
         QCOMPARE(it.key() + '=' + text(actual(it.key())), it.key() + '=' + it.value());

@@ -183,7 +183,8 @@ const Case initCases[] = {
      "warning|initSettings|: Failed to mount /factory_data as read only.", "SuModel=7"},
 };
 
-template <size_t N> void addRows(const Case (&rows)[N])
+template <size_t N>
+void addRows(const Case (&rows)[N])
 {
     QTest::addColumn<const Case *>("row");
     for (const Case &row : rows)

@@ -32,18 +32,23 @@ QString Sandbox::enter()
 {
     static QString reason = [] {
         if (geteuid() != 0)
-            return QStringLiteral("needs root: the factory partition is a tmpfs in a private mount namespace");
+            return QStringLiteral(
+                "needs root: the factory partition is a tmpfs in a private mount namespace");
         if (unshare(CLONE_NEWNS) != 0)
-            return QStringLiteral("cannot enter a private mount namespace: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+            return QStringLiteral("cannot enter a private mount namespace: %1")
+                .arg(QString::fromLocal8Bit(strerror(errno)));
         // Keep every mount made from here on inside this namespace.
         if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-            return QStringLiteral("cannot make mounts private: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+            return QStringLiteral("cannot make mounts private: %1")
+                .arg(QString::fromLocal8Bit(strerror(errno)));
         ::mkdir(factoryData, 0755);
         // A private /run for the stand-in's camera-model file.
         if (!mountTmpfs("/run", "size=64k,mode=0755") || ::mkdir("/run/product-info", 0755) != 0)
-            return QStringLiteral("cannot mount a private /run: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+            return QStringLiteral("cannot mount a private /run: %1")
+                .arg(QString::fromLocal8Bit(strerror(errno)));
         if (!reset())
-            return QStringLiteral("cannot mount a tmpfs at /factory_data: %1").arg(QString::fromLocal8Bit(strerror(errno)));
+            return QStringLiteral("cannot mount a tmpfs at /factory_data: %1")
+                .arg(QString::fromLocal8Bit(strerror(errno)));
         return QString();
     }();
     return reason;
@@ -60,7 +65,8 @@ bool writeFiles(const QMap<QString, QByteArray> &files)
         QFile file(QLatin1String(factoryData) + QLatin1Char('/') + it.key());
         if (!file.open(QIODevice::WriteOnly) || file.write(it.value()) != it.value().size() || !file.flush())
             return false;
-        file.setFileTime(QDateTime::fromSecsSinceEpoch(946684800 + ++written), QFileDevice::FileModificationTime);
+        file.setFileTime(QDateTime::fromSecsSinceEpoch(946684800 + ++written),
+                         QFileDevice::FileModificationTime);
     }
     return true;
 }
@@ -169,19 +175,14 @@ bool setSysAdminEffective(bool on)
 
 } // namespace
 
-Sandbox::NoSysAdmin::NoSysAdmin()
-{
-    setSysAdminEffective(false);
-}
+Sandbox::NoSysAdmin::NoSysAdmin() { setSysAdminEffective(false); }
 
-Sandbox::NoSysAdmin::~NoSysAdmin()
-{
-    setSysAdminEffective(true);
-}
+Sandbox::NoSysAdmin::~NoSysAdmin() { setSysAdminEffective(true); }
 
 char *toString(const LogRecord &record)
 {
-    return qstrdup(QStringLiteral("%1|%2|%3").arg(record.type, record.function, record.message).toUtf8().constData());
+    return qstrdup(
+        QStringLiteral("%1|%2|%3").arg(record.type, record.function, record.message).toUtf8().constData());
 }
 
 namespace {
@@ -222,10 +223,7 @@ MessageCapture::MessageCapture()
     previousHandler = qInstallMessageHandler(captureMessage);
 }
 
-MessageCapture::~MessageCapture()
-{
-    qInstallMessageHandler(previousHandler);
-}
+MessageCapture::~MessageCapture() { qInstallMessageHandler(previousHandler); }
 
 LogRecords MessageCapture::records() const
 {
@@ -247,7 +245,8 @@ ToolRun runTool(const QStringList &arguments, const QStringList &wrapper)
 
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("QT_MESSAGE_PATTERN"), begin + QStringLiteral("%{type}|%{function}|%{message}") + end);
+    env.insert(QStringLiteral("QT_MESSAGE_PATTERN"),
+               begin + QStringLiteral("%{type}|%{function}|%{message}") + end);
     process.setProcessEnvironment(env);
     process.start(command.takeFirst(), command);
     ToolRun run;

@@ -31,7 +31,8 @@ bool ProdInfo::readEEPROMData(uchar *buffer, int size)
         return false;
     }
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        LOG.debug() << ": Failed to open EEPROM file =" << "/factory_data/eeprom";
+        LOG.debug() << ": Failed to open EEPROM file ="
+                    << "/factory_data/eeprom";
         return false;
     }
     file.seek(0);
@@ -125,7 +126,8 @@ void ProdInfo::convertFromEepromToSettings()
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
         const auto fields = settingsFields();
         for (int i = 0; i < EepromFieldCount; ++i) {
-            const QVariant value = std::visit([](auto *member) { return writtenForm(*member); }, fields[i].member);
+            const QVariant value =
+                std::visit([](auto *member) { return writtenForm(*member); }, fields[i].member);
             settings.setValue(fields[i].key, value);
         }
     } // destroying the settings object writes the file

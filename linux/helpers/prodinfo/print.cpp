@@ -7,15 +7,9 @@ namespace {
 // The value column starts at 34 on every line.
 constexpr int labelWidth = 32;
 
-QString padded(const char *label, int width)
-{
-    return QString::fromLatin1(label).leftJustified(width);
-}
+QString padded(const char *label, int width) { return QString::fromLatin1(label).leftJustified(width); }
 
-void printLine(const QString &text)
-{
-    QMessageLogger(__FILE__, __LINE__, "print").debug().noquote() << text;
-}
+void printLine(const QString &text) { QMessageLogger(__FILE__, __LINE__, "print").debug().noquote() << text; }
 
 void printValue(const char *label, qint64 value)
 {
@@ -29,7 +23,8 @@ void printInline(const char *label, bool valid, const QString &values)
 }
 
 // Lists laid out in blocks of `blockSize` values, one block per line below the label.
-void printBlocks(const char *label, bool valid, const QListOfInts &values, int blockSize, const char *blockText)
+void printBlocks(const char *label, bool valid, const QListOfInts &values, int blockSize,
+                 const char *blockText)
 {
     QString text = padded(label, labelWidth);
     if (!valid) {
@@ -59,7 +54,8 @@ void ProdInfo::print()
     for (int value : m_ImageSensorTempCalibration)
         temperatureCalibration += QStringLiteral("%1,").arg(value);
     temperatureCalibration.chop(1);
-    printInline("ImageSensorTempCalibration", m_ImageSensorTempCalibration.size() == 6, temperatureCalibration);
+    printInline("ImageSensorTempCalibration", m_ImageSensorTempCalibration.size() == 6,
+                temperatureCalibration);
 
     printValue("BoardTestStatus:", m_BoardTestStatus);
     printValue("SuTestStatus:", m_SuTestStatus);
@@ -75,14 +71,15 @@ void ProdInfo::print()
     printValue("SucDebugEnableMask:", m_SucDebugEnableMask);
     printValue("ImxDebugEnableMask:", m_ImxDebugEnableMask);
 
-    printBlocks("AccelerometerCalibration:", m_AccelerometerCalibration.size() == 10, m_AccelerometerCalibration,
-                3, "\n - Position %1 x: %2 y: %3 z: %4");
+    printBlocks("AccelerometerCalibration:", m_AccelerometerCalibration.size() == 10,
+                m_AccelerometerCalibration, 3, "\n - Position %1 x: %2 y: %3 z: %4");
 
     const bool proximityValid = m_ProximityCalibration.size() == 2;
-    printInline("ProximityCalibration:", proximityValid,
-                proximityValid
-                    ? QStringLiteral("(%1, %2)").arg(m_ProximityCalibration.at(0)).arg(m_ProximityCalibration.at(1))
-                    : QString());
+    printInline(
+        "ProximityCalibration:", proximityValid,
+        proximityValid
+            ? QStringLiteral("(%1, %2)").arg(m_ProximityCalibration.at(0)).arg(m_ProximityCalibration.at(1))
+            : QString());
 
     printValue("ThumbwheelMode      :", m_ThumbwheelMode);
 

@@ -10,15 +10,9 @@ static QVariantList variantsOf(const QList<T> &items)
     return values;
 }
 
-QVariantList toVariantList(const QListOfInts &list)
-{
-    return variantsOf(list);
-}
+QVariantList toVariantList(const QListOfInts &list) { return variantsOf(list); }
 
-QVariantList toVariantList(const QList<QPoint> &points)
-{
-    return variantsOf(points);
-}
+QVariantList toVariantList(const QList<QPoint> &points) { return variantsOf(points); }
 
 QListOfInts toIntList(const QVariantList &values)
 {

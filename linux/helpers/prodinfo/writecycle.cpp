@@ -17,8 +17,9 @@ bool FactoryData::remount(Access access, const char *caller)
     const unsigned long flags = access == Access::Writable ? MS_REMOUNT : MS_REMOUNT | MS_RDONLY;
     if (::mount("", "/factory_data", "", flags, "") == 0)
         return true;
-    LOG_AT(caller).warning() << (access == Access::Writable ? ": Failed to mount /factory_data as writable."
-                                                             : ": Failed to mount /factory_data as read only.");
+    LOG_AT(caller).warning() << (access == Access::Writable
+                                     ? ": Failed to mount /factory_data as writable."
+                                     : ": Failed to mount /factory_data as read only.");
     return false;
 }
 
