@@ -1,5 +1,6 @@
 // Any bytes as /factory_data/eeprom on a read-only partition with no settings file: the constructor
 // reads, validates, unpacks and converts the image into settings.ini, then loads it.
+#include "fuzzstart.h"
 #include "prodinfo.h"
 #include "sandbox.h"
 
@@ -132,16 +133,7 @@ bool same(const QVariant &actual, const QVariant &wanted)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    static int argc = 1;
-    static char name[] = "eeprom_fuzzer";
-    static char *argv[] = {name, nullptr};
-    new QCoreApplication(argc, argv);
-    const QString whyNot = Sandbox::enter();
-    if (!whyNot.isEmpty()) {
-        std::fprintf(stderr, "eeprom_fuzzer: %s\n", qPrintable(whyNot));
-        std::exit(1);
-    }
-    qInstallMessageHandler(discard);
+    startFuzzing("eeprom_fuzzer", discard);
     return 0;
 }
 

@@ -1,4 +1,5 @@
 // Any bytes as /factory_data/settings.ini: the constructor loads every key, then print shows them.
+#include "fuzzstart.h"
 #include "prodinfo.h"
 #include "sandbox.h"
 
@@ -31,22 +32,13 @@ void countPrinted(QtMsgType type, const QMessageLogContext &context, const QStri
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    static int argc = 1;
-    static char name[] = "settings_fuzzer";
-    static char *argv[] = {name, nullptr};
-    new QCoreApplication(argc, argv);
-    const QString whyNot = Sandbox::enter();
-    if (!whyNot.isEmpty()) {
-        std::fprintf(stderr, "settings_fuzzer: %s\n", qPrintable(whyNot));
-        std::exit(1);
-    }
+    startFuzzing("settings_fuzzer", countPrinted);
     // Loading and printing never remount, so the partition stays writable and each input is written
     // over the last one instead of mounting a new partition.
     if (!Sandbox::reset({}, Sandbox::Mount::Writable)) {
         std::fprintf(stderr, "settings_fuzzer: cannot mount a tmpfs at /factory_data\n");
         std::exit(1);
     }
-    qInstallMessageHandler(countPrinted);
     return 0;
 }
 
