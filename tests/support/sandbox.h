@@ -1,12 +1,9 @@
 #ifndef SANDBOX_H
 #define SANDBOX_H
 
-#include <QByteArray>
-#include <QList>
 #include <QMap>
-#include <QProcessEnvironment>
-#include <QString>
 #include <QStringList>
+#include <QVariant>
 
 // A real factory partition for tests: the test process moves into a private mount namespace and
 // mounts a fresh tmpfs at /factory_data for every case. The tool remounts it for real; nothing of
@@ -69,10 +66,8 @@ struct LogRecord
     QString type; // "debug", "warning", "critical"
     QString function;
     QString message;
-    bool operator==(const LogRecord &o) const
-    {
-        return type == o.type && function == o.function && message == o.message;
-    }
+    bool operator==(const LogRecord &o) const { return toString() == o.toString(); }
+    QString toString() const { return type + '|' + function + '|' + message; }
 };
 Q_DECLARE_METATYPE(LogRecord)
 char *toString(const LogRecord &record);
@@ -87,7 +82,11 @@ public:
     LogRecords records() const;
 };
 
-// The built prodconfig run as a child process (through the cross emulator where there is one).
+// The command line that starts the built prodconfig with `arguments`, through the cross emulator
+// where there is one: for tests that start and stop the tool themselves.
+QStringList toolCommand(const QStringList &arguments);
+
+// The built prodconfig run to its end as a child process, under `wrapper` if given.
 struct ToolRun
 {
     int exitCode = -1;
