@@ -14,15 +14,6 @@
 
 namespace {
 
-// A broken invariant aborts, which libFuzzer reports as a crash and keeps the input for.
-#define CHECK(condition)                                                                                     \
-    do {                                                                                                     \
-        if (!(condition)) {                                                                                  \
-            std::fprintf(stderr, "invariant broken: %s\n", #condition);                                      \
-            std::abort();                                                                                    \
-        }                                                                                                    \
-    } while (false)
-
 void discard(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 quint32 checksumOf(const uchar *image)

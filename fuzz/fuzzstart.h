@@ -8,6 +8,15 @@
 #include <cstdio>
 #include <cstdlib>
 
+// A broken invariant aborts, which libFuzzer reports as a crash and keeps the input for.
+#define CHECK(condition)                                                                                     \
+    do {                                                                                                     \
+        if (!(condition)) {                                                                                  \
+            std::fprintf(stderr, "invariant broken: %s\n", #condition);                                      \
+            std::abort();                                                                                    \
+        }                                                                                                    \
+    } while (false)
+
 // Both targets start alike: an application object for Qt, and the tests' sandbox, outside which the
 // store would remount the real /factory_data.
 inline void startFuzzing(const char *name, QtMessageHandler handler)

@@ -10,15 +10,6 @@
 
 namespace {
 
-// A broken invariant aborts, which libFuzzer reports as a crash and keeps the input for.
-#define CHECK(condition)                                                                                     \
-    do {                                                                                                     \
-        if (!(condition)) {                                                                                  \
-            std::fprintf(stderr, "invariant broken: %s\n", #condition);                                      \
-            std::abort();                                                                                    \
-        }                                                                                                    \
-    } while (false)
-
 int printed = 0;
 
 // Nothing is shown; the print's lines are only counted.
