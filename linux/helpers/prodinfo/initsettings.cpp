@@ -14,7 +14,8 @@ bool ProdInfo::initSettings()
         return false;
     {
         // Removing the file clears it as QSettings::clear() would, without first decoding values that
-        // Qt may not be able to decode: a reset must repair any file.
+        // Qt may not be able to decode: a reset must repair any file. clear() still empties a file that
+        // could not be removed.
         QFile::remove(FactoryData::settingsPath());
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
         settings.clear();
