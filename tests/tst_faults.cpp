@@ -152,6 +152,10 @@ private slots:
         QFETCH(QString, option);
         QFETCH(QString, value);
         const ToolRun run = runTool({"--" + option, value});
+        if (Sandbox::refusedFromOutside(run.records)) {
+            QVERIFY(Sandbox::reset(seeded));
+            return hostileCommandLine();
+        }
         QVERIFY2(!run.crashed && (run.exitCode == 0 || run.exitCode == 1),
                  run.stdErr.right(2000).constData());
         QVERIFY(Sandbox::isReadOnly());

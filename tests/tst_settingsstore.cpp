@@ -125,7 +125,10 @@ private slots:
                                                                             : nullptr);
         MessageCapture capture;
         ProdInfo info;
-        QCOMPARE(row->call(info), row->result);
+        const bool result = row->call(info);
+        if (Sandbox::refusedFromOutside(capture.records()))
+            return store();
+        QCOMPARE(result, row->result);
         const QStringList log = QString(row->log).split('|');
         QCOMPARE(capture.records(), (log.size() == 3 ? LogRecords{{log[0], log[1], log[2]}} : LogRecords()));
         if (row->after || !row->result)

@@ -7,6 +7,9 @@
 #include <QRegularExpression>
 #include <QSettings>
 
+#include <algorithm>
+#include <cstdio>
+
 #include <fcntl.h>
 #include <linux/capability.h>
 #include <sched.h>
@@ -17,6 +20,7 @@
 namespace {
 
 const char factoryData[] = "/factory_data";
+int writerHolds = 0; // WriterHold objects holding a file open
 
 bool mountTmpfs(const char *target, const QByteArray &options)
 {
@@ -121,9 +125,28 @@ QMap<QString, QVariant> Sandbox::settings(bool *parsedOk)
 
 Sandbox::WriterHold::WriterHold() : m_fd(::open("/factory_data/.hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644))
 {
+    writerHolds += isHeld();
 }
 
-Sandbox::WriterHold::~WriterHold() { ::close(m_fd); }
+Sandbox::WriterHold::~WriterHold()
+{
+    writerHolds -= isHeld();
+    ::close(m_fd);
+}
+
+bool Sandbox::refusedFromOutside(const LogRecords &records)
+{
+    static bool refusedBefore = false;
+    const bool refused =
+        writerHolds == 0 && std::any_of(records.cbegin(), records.cend(), [](const LogRecord &r) {
+            return r.message == QLatin1String(": Failed to mount /factory_data as read only.");
+        });
+    if (refused && !refusedBefore)
+        std::fprintf(stderr,
+                     "A read-only remount was refused by something outside the test: running again\n");
+    refusedBefore = refused && !refusedBefore;
+    return refusedBefore;
+}
 
 namespace {
 
@@ -140,7 +163,6 @@ void setSysAdminEffective(bool on)
 
 QMutex captureMutex;
 LogRecords captured;
-QtMessageHandler previousHandler = nullptr;
 
 void captureMessage(QtMsgType type, const QMessageLogContext &context, const QString &message)
 {
@@ -162,10 +184,10 @@ MessageCapture::MessageCapture()
 {
     QMutexLocker lock(&captureMutex);
     captured.clear();
-    previousHandler = qInstallMessageHandler(captureMessage);
+    m_previous = qInstallMessageHandler(captureMessage);
 }
 
-MessageCapture::~MessageCapture() { qInstallMessageHandler(previousHandler); }
+MessageCapture::~MessageCapture() { qInstallMessageHandler(m_previous); }
 
 LogRecords MessageCapture::records() const
 {

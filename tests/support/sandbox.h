@@ -5,6 +5,19 @@
 #include <QStringList>
 #include <QVariant>
 
+// One logged message, as the tests compare it.
+struct LogRecord
+{
+    QString type; // "debug", "warning", "critical"
+    QString function;
+    QString message;
+    bool operator==(const LogRecord &o) const { return toString() == o.toString(); }
+    QString toString() const { return type + '|' + function + '|' + message; }
+};
+Q_DECLARE_METATYPE(LogRecord)
+char *toString(const LogRecord &record);
+using LogRecords = QList<LogRecord>;
+
 // A real factory partition for tests: the test process moves into a private mount namespace and
 // mounts a fresh tmpfs at /factory_data for every case. The tool remounts it for real; nothing of
 // it is seen outside this process and its children.
@@ -49,6 +62,14 @@ private:
     int m_fd = -1;
 };
 
+// True when `records` show a failed read-only remount that no WriterHold caused, unless the call before
+// said so too. A program that reads another's open files (a process monitor listing /proc/PID/fd) holds
+// each file it looks at for a moment; when the tool closes a written file in that moment, the last
+// reference is the monitor's, and a read-only remount made before it lets go fails with EBUSY. The tool
+// reports that and leaves the partition writable; the test then runs its case once more, and fails if
+// the second run is refused too.
+bool refusedFromOutside(const LogRecords &records);
+
 // Makes a writable remount fail with EPERM: CAP_SYS_ADMIN leaves this thread's effective set until
 // the object is destroyed.
 class NoSysAdmin
@@ -60,19 +81,6 @@ public:
 
 } // namespace Sandbox
 
-// One logged message, as the tests compare it.
-struct LogRecord
-{
-    QString type; // "debug", "warning", "critical"
-    QString function;
-    QString message;
-    bool operator==(const LogRecord &o) const { return toString() == o.toString(); }
-    QString toString() const { return type + '|' + function + '|' + message; }
-};
-Q_DECLARE_METATYPE(LogRecord)
-char *toString(const LogRecord &record);
-using LogRecords = QList<LogRecord>;
-
 // Records every message logged in this process while it exists.
 class MessageCapture
 {
@@ -80,6 +88,9 @@ public:
     MessageCapture();
     ~MessageCapture();
     LogRecords records() const;
+
+private:
+    QtMessageHandler m_previous;
 };
 
 // The command line that starts the built prodconfig with `arguments`, through the cross emulator
