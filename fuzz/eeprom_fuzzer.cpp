@@ -10,7 +10,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <sys/mount.h>
 
 namespace {
 
@@ -105,10 +104,10 @@ bool seed(const QByteArray &image)
     static bool mounted = false;
     if (!mounted)
         return mounted = Sandbox::reset({{QStringLiteral("eeprom"), image}});
-    return ::mount("", "/factory_data", "", MS_REMOUNT, "") == 0 &&
+    return Sandbox::remount(Sandbox::Mount::Writable) &&
            QFile::remove(QStringLiteral("/factory_data/settings.ini")) &&
            Sandbox::rewrite({{QStringLiteral("eeprom"), image}}) &&
-           ::mount("", "/factory_data", "", MS_REMOUNT | MS_RDONLY, "") == 0;
+           Sandbox::remount(Sandbox::Mount::ReadOnly);
 }
 
 bool same(const QVariant &actual, const QVariant &wanted)

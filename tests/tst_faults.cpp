@@ -2,8 +2,6 @@
 
 #include <QtTest>
 
-#include <sys/mount.h>
-
 namespace {
 
 // Twelve write cycles in one run, so that a kill at a random moment often lands inside one.
@@ -15,8 +13,6 @@ const QMap<QString, QByteArray> seeded{{"settings.ini", [] {
                                             QFile sample(SAMPLES_DIR "/settings.ini");
                                             return sample.open(QIODevice::ReadOnly) ? sample.readAll() : "";
                                         }()}};
-
-bool remount(unsigned long flags) { return !::mount("", "/factory_data", "", MS_REMOUNT | flags, ""); }
 
 // The built tool started as runTool starts it, but left to the caller to wait for or to kill.
 void start(QProcess &tool, const QStringList &arguments)
@@ -68,7 +64,7 @@ private slots:
             QVERIFY(tool.waitForFinished());
             // Nothing puts the partition back; the next run would find it writable.
             if (!Sandbox::isReadOnly() && ++writable)
-                QVERIFY(remount(MS_RDONLY));
+                QVERIFY(Sandbox::remount(Sandbox::Mount::ReadOnly));
             // Beside the file, only what QSettings leaves when killed while it writes: its lock file, and
             // the temporary file that was about to replace the settings file.
             const QStringList files = Sandbox::files();
@@ -97,9 +93,10 @@ private slots:
         for (const auto &[lock, limitMs] : {qMakePair(gone, 15000), qMakePair(QByteArray(), 60000)}) {
             // Written here, not through the sandbox, so that it is as fresh as a real one.
             QFile file("/factory_data/settings.ini.lock");
-            QVERIFY(remount(0) && file.open(QIODevice::WriteOnly) && file.write(lock) == lock.size());
+            QVERIFY(Sandbox::remount(Sandbox::Mount::Writable) && file.open(QIODevice::WriteOnly) &&
+                    file.write(lock) == lock.size());
             file.close();
-            QVERIFY(remount(MS_RDONLY));
+            QVERIFY(Sandbox::remount(Sandbox::Mount::ReadOnly));
             QProcess tool;
             start(tool, writeHeavy);
             QVERIFY2(tool.waitForFinished(limitMs) && tool.exitCode() == 0, lock.constData());
@@ -117,7 +114,7 @@ private slots:
         // The filler takes what space there is, then fails.
         QVERIFY(!Sandbox::rewrite({{"filler", QByteArray(64 * 1024, 'x')}}));
         QCOMPARE(QStorageInfo("/factory_data").bytesAvailable(), 0);
-        QVERIFY(remount(MS_RDONLY));
+        QVERIFY(Sandbox::remount(Sandbox::Mount::ReadOnly));
         const ToolRun run = runTool({"--tessel-dac-calib", "1,2"});
         QCOMPARE(run.exitCode, 1);
         QVERIFY2(run.records.contains({"critical", "main",

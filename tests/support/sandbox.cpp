@@ -6,6 +6,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QThread>
 
 #include <algorithm>
 #include <cstdio>
@@ -26,8 +27,6 @@ bool mountTmpfs(const char *target, const QByteArray &options)
 {
     return !::mount("", target, "tmpfs", 0, options.constData());
 }
-
-bool remount(unsigned long flags) { return ::mount("", factoryData, "", MS_REMOUNT | flags, "") == 0; }
 
 QString path(const QString &name) { return QLatin1String(factoryData) + QLatin1Char('/') + name; }
 
@@ -77,16 +76,29 @@ bool Sandbox::reset(const QMap<QString, QByteArray> &files, Mount mount, int siz
     while (::umount2(factoryData, MNT_DETACH) == 0) {
     }
     return mountTmpfs(factoryData, "size=" + QByteArray::number(sizeKiB) + "k,mode=0755") &&
-           writeFiles(files) && (mount == Mount::Writable || remount(MS_RDONLY));
+           writeFiles(files) && (mount == Mount::Writable || remount(Mount::ReadOnly));
 }
 
 bool Sandbox::rewrite(const QMap<QString, QByteArray> &files)
 {
     const bool readOnly = isReadOnly();
-    if (readOnly && !remount(0))
+    if (readOnly && !remount(Mount::Writable))
         return false;
     const bool written = writeFiles(files);
-    return (!readOnly || remount(MS_RDONLY)) && written;
+    return (!readOnly || remount(Mount::ReadOnly)) && written;
+}
+
+bool Sandbox::remount(Mount mount)
+{
+    const unsigned long flags = mount == Mount::ReadOnly ? MS_REMOUNT | MS_RDONLY : MS_REMOUNT;
+    for (int tries = 100; tries > 0; --tries) {
+        if (::mount("", factoryData, "", flags, "") == 0)
+            return true;
+        if (errno != EBUSY)
+            return false;
+        QThread::msleep(10);
+    }
+    return false;
 }
 
 void Sandbox::setCameraModel(const QByteArray &text)

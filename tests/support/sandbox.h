@@ -33,6 +33,11 @@ enum class Mount { ReadOnly, Writable };
 // the camera's unless asked otherwise. `sizeKiB` bounds the partition.
 bool reset(const QMap<QString, QByteArray> &files = {}, Mount mount = Mount::ReadOnly, int sizeKiB = 1024);
 
+// Remounts /factory_data for the test's own purposes, never the tool's. A process monitor can make a
+// read-only remount fail with EBUSY for a moment (see refusedFromOutside), so a busy one is tried again
+// for up to a second.
+bool remount(Mount mount);
+
 // Another program changing files on the partition behind the tool's back; the mount is left as it was.
 bool rewrite(const QMap<QString, QByteArray> &files);
 
