@@ -1,10 +1,10 @@
 # Cross toolchain for the camera's ARMv7 hard-float Linux userland.
 #
 # Compiles with Debian's arm-linux-gnueabihf GCC against a sysroot holding the
-# armhf builds of Qt 5.15 Core/Test and their run-time libraries (the layout
-# scripts/cross-test prepares), and runs target programs (tests included)
-# under qemu-arm, so `ctest` works on an x86 host without any change to the
-# tests.
+# armhf builds of Qt 5.15 Core/Test and their run-time libraries (the tree
+# that scripts/cross-test has mmdebstrap unpack), and runs target programs
+# (tests included) under qemu-arm, so `ctest` works on an x86 host without any
+# change to the tests.
 #
 # Sysroot location, first one set wins:
 #   -DPRODCONFIG_ARMHF_SYSROOT=<dir>
@@ -14,9 +14,9 @@
 # Qt's code generators (moc, rcc) must run on the build host, yet the Qt CMake
 # packages in the sysroot point at <sysroot>/usr/lib/qt5/bin/{moc,rcc}.  The
 # sysroot preparation links those paths to the host's /usr/lib/qt5/bin tools
-# (same Qt 5.15 release); this file only checks that it was done, so a
-# half-made sysroot fails here with a clear message instead of deep inside
-# find_package.
+# (same Qt 5.15 release), replacing the armhf moc that Debian's packages put
+# there; this file only checks that the paths exist, so a half-made sysroot
+# fails here with a clear message instead of deep inside find_package.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)

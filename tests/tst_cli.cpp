@@ -1,184 +1,59 @@
-#include "sandbox.h"
+// The built prodconfig on a real factory partition. Each run: exit status, every message with its level and
+// function, the settings file afterwards, the partition read-only again, nothing on standard output but the
+// parser's. Then kills in the middle of the writes.
+#include "support.h"
 
 #include <QtTest>
 
-#include <memory>
-
-// One run of the built tool, as a case file under tests/data/cli describes it (see the README there).
-struct Case
-{
-    QStringList args;
-    int exit = 0;
-    QStringList log;  // the records after the two start-up messages; "..." stands for any number of them
-    QStringList keys; // key=value, as the settings file spells the value
-    QString seed = QStringLiteral("settings");
-    QByteArray model = "12";
-    QString fault;
-    QString file;
-    QString stdOut; // a golden file, or nothing at all on standard output
-    bool writable = false;
-};
-Q_DECLARE_METATYPE(Case)
-
 namespace {
 
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
+const QString settingsPath = "/factory_data/settings.ini";
+const QByteArray sample = contents(SAMPLES_DIR "/settings.ini"); // every key
+const QByteArray erased(256, '\0');                              // an EEPROM image with a bad checksum
 
-void loadCases(const char *group)
+// A valid image whose byte i is i + 48: each field differs from its neighbours, the serial is 0123456789, and
+// the numbers from byte 128 on have their top bit set. The checksum is the XOR of the little-endian words.
+QByteArray validImage()
 {
-    QTest::addColumn<Case>("c");
-    const QString path = QStringLiteral(TEST_DATA_DIR "/cli/%1.cases").arg(QLatin1String(group));
-    const QStringList lines = QString::fromUtf8(contents(path)).split(QLatin1Char('\n'));
-    QVERIFY2(lines.size() > 1, qPrintable(path));
-    QString name;
-    Case c;
-    const auto add = [&] {
-        if (!name.isEmpty())
-            QTest::newRow(qPrintable(name)) << c;
-    };
-    for (const QString &line : lines) {
-        const int colon = line.indexOf(QLatin1Char(':'));
-        if (line.isEmpty() || line.startsWith(QLatin1Char('#')))
-            continue;
-        QVERIFY2(colon > 0, qPrintable(path + ": " + line));
-        const QString tag = line.left(colon);
-        // Only the blank after the colon goes: the print's values are aligned with blanks.
-        const QString value = line.mid(colon + (line.midRef(colon + 1).startsWith(QLatin1Char(' ')) ? 2 : 1));
-        // A misspelt choice would quietly drop a check.
-        static const QMap<QString, QStringList> choices{
-            {"fault", {"no-sys-admin", "busy"}},
-            {"file", {"unchanged", "only these keys", "present", "absent"}},
-            {"partition", {"writable", "read-only"}}};
-        QVERIFY2(!choices.contains(tag) || choices[tag].contains(value), qPrintable(path + ": " + line));
-        if (tag == QLatin1String("case")) {
-            add();
-            name = value;
-            c = Case();
-        } else if (tag == QLatin1String("args")) {
-            c.args = value.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-        } else if (tag == QLatin1String("exit")) {
-            c.exit = value.toInt();
-        } else if (tag == QLatin1String("log")) {
-            c.log << value;
-        } else if (tag == QLatin1String("key")) {
-            c.keys << value;
-        } else if (tag == QLatin1String("seed")) {
-            c.seed = value;
-        } else if (tag == QLatin1String("model")) {
-            c.model = value == QLatin1String("none") ? QByteArray() : value.toLatin1();
-        } else if (tag == QLatin1String("fault")) {
-            c.fault = value;
-        } else if (tag == QLatin1String("file")) {
-            c.file = value;
-        } else if (tag == QLatin1String("stdout")) {
-            c.stdOut = value;
-        } else if (tag == QLatin1String("partition")) {
-            c.writable = value == QLatin1String("writable");
-        } else {
-            QFAIL(qPrintable(path + ": unknown line: " + line));
-        }
+    QByteArray bytes;
+    quint32 sum = 0xDEADBEEF;
+    for (int i = 0; i < 252; ++i) {
+        bytes += char(i + 48);
+        sum ^= quint32(quint8(i + 48)) << 8 * (i % 4);
     }
-    add();
+    for (int i = 0; i < 4; ++i)
+        bytes += char(sum >> 8 * i);
+    return bytes;
 }
 
-bool matches(const QStringList &records, const QStringList &expected)
+#define D(text) "debug|main|" text "\n"
+#define W(text) "warning|main|" text "\n"
+#define C(text) "critical|main|" text "\n"
+#define NOT_RW(function) "warning|" function "|: Failed to mount /factory_data as writable.\n"
+#define NOT_RO(function) "warning|" function "|: Failed to mount /factory_data as read only.\n"
+#define OUT_OF_RANGE C("Number of calibration points out of range (max 16)")
+#define NOT_STORED                                                                                           \
+    C("Failed to set number of calibration points. Skipping update of calibration point values.")
+#define RESET "[General]\nAuxDebug=1\nNrofTesselDACCalibrationValues=0\n\n" // what every reset writes
+#define MODEL_12 "[Identity]\nIrFilterType=5\nSuModel=66\nSuSerial=VQ00000000\n\n[ImageSensor]\nType=15\n"
+
+// One run of the tool on a fresh partition: what it is given, and what it must leave.
+struct Run
 {
-    QString pattern = QStringLiteral("\\A");
-    for (const QString &line : expected)
-        pattern += line == QLatin1String("...") ? QStringLiteral("(?:.*?\\n)?")
-                                                : QRegularExpression::escape(line) + QStringLiteral("\\n");
-    const QString text = records.isEmpty() ? QString() : records.join(QLatin1Char('\n')) + QLatin1Char('\n');
-    return QRegularExpression(pattern + QStringLiteral("\\z"), QRegularExpression::DotMatchesEverythingOption)
-        .match(text)
-        .hasMatch();
-}
+    QString args, log;
+    // The settings file afterwards: the seed's with these key=value lines in place of its own (keys named
+    // without their group), or a whole file; with no seed, a line of the file made from the image.
+    QString file;
+    int exitCode = 0;
+    Fault fault = None;
+    QByteArray settings = sample, eeprom = erased, out = {}, model = "12\n";
+};
 
-// A value as the settings file spells it: list items joined by a comma and a blank, points as @Point(x y).
-QString text(const QVariant &value)
-{
-    if (value.userType() == QMetaType::QPoint)
-        return QStringLiteral("@Point(%1 %2)").arg(value.toPoint().x()).arg(value.toPoint().y());
-    if (value.userType() != QMetaType::QVariantList && value.userType() != QMetaType::QStringList)
-        return value.toString();
-    QStringList items;
-    for (const QVariant &item : value.toList())
-        items << text(item);
-    return items.join(QStringLiteral(", "));
-}
-
-void runCase()
-{
-    QFETCH(Case, c);
-    const bool eepromOnly = c.seed == QLatin1String("eeprom");
-    const QString seedName = eepromOnly ? QStringLiteral("eeprom") : QStringLiteral("settings.ini");
-    const bool sample = eepromOnly || c.seed == QLatin1String("settings");
-    const QByteArray seed = contents(sample ? QStringLiteral(SAMPLES_DIR "/") + seedName
-                                            : QStringLiteral(TEST_DATA_DIR "/cli/") + c.seed);
-    QVERIFY(!seed.isEmpty());
-    // A file held open for writing makes the read-only remount fail; it needs a writable partition.
-    const bool busy = c.fault == QLatin1String("busy");
-    QVERIFY(Sandbox::reset({{seedName, seed}}, busy ? Sandbox::Mount::Writable : Sandbox::Mount::ReadOnly));
-    Sandbox::setCameraModel(c.model);
-    std::unique_ptr<Sandbox::WriterHold> hold(busy ? new Sandbox::WriterHold : nullptr);
-    QVERIFY(!busy || hold->isHeld());
-    const QStringList noSysAdmin{"setpriv", "--bounding-set", "-sys_admin", "--"};
-
-    const ToolRun run =
-        runTool(c.args, c.fault == QLatin1String("no-sys-admin") ? noSysAdmin : QStringList());
-    if (Sandbox::refusedFromOutside(run.records))
-        return runCase();
-    QVERIFY2(!run.crashed, run.stdErr.constData());
-    QCOMPARE(run.exitCode, c.exit);
-    QStringList records;
-    for (const LogRecord &r : run.records)
-        records << r.type + QLatin1Char('|') + r.function + QLatin1Char('|') + r.message;
-    QCOMPARE(records.mid(0, 2),
-             (QStringList{"debug|main|\"Production Config Tool\"", "debug|main|Version:  \"\""}));
-    records = records.mid(2);
-    if (c.log.contains(QStringLiteral("...")))
-        QVERIFY2(matches(records, c.log), qPrintable(records.join(QLatin1Char('\n'))));
-    else
-        QCOMPARE(records, c.log);
-
-    // The parser prints "Usage:" with the path it was started by; the rest is the same everywhere.
-    QString out = QString::fromUtf8(run.stdOut);
-    if (out.startsWith(QLatin1String("Usage: ")))
-        out = out.mid(out.indexOf(QLatin1Char('\n')) + 1);
-    const QString golden =
-        c.stdOut.isEmpty() ? QString() : QString::fromUtf8(contents(TEST_DATA_DIR "/cli/" + c.stdOut));
-    QCOMPARE(out.split(QLatin1Char('\n')), golden.split(QLatin1Char('\n')));
-    QCOMPARE(Sandbox::isReadOnly(), !c.writable);
-
-    if (c.file == QLatin1String("absent"))
-        QCOMPARE(Sandbox::files(), QStringList{"eeprom"});
-    else if (c.file == QLatin1String("present"))
-        QVERIFY(Sandbox::files().contains(QStringLiteral("settings.ini")));
-    else if (c.file == QLatin1String("unchanged")) {
-        // Byte for byte says it all, and some seeds are not for QSettings to read.
-        QCOMPARE(Sandbox::read(QStringLiteral("settings.ini")), seed);
-        return;
-    }
-    bool parsedOk = false;
-    const QMap<QString, QVariant> settings = Sandbox::settings(&parsedOk);
-    QVERIFY(parsedOk);
-    QStringList keys;
-    for (const QString &pair : c.keys) {
-        const QString key = pair.section(QLatin1Char('='), 0, 0);
-        QVERIFY2(settings.contains(key), qPrintable(key + " is missing"));
-        QCOMPARE(key + QLatin1Char('=') + text(settings.value(key)), pair);
-        keys << key;
-    }
-    if (c.file == QLatin1String("only these keys")) {
-        keys.sort();
-        QCOMPARE(settings.keys(), keys);
-    }
-}
+void row(const char *name, const Run &run) { QTest::newRow(name) << run; }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Run)
 
 class TestCommandLine : public QObject
 {
@@ -187,23 +62,192 @@ class TestCommandLine : public QObject
 private slots:
     void initTestCase()
     {
-        const QString whyNot = Sandbox::enter();
-        if (!whyNot.isEmpty())
+        if (const QString whyNot = Sandbox::enter(); !whyNot.isEmpty())
             QSKIP(qPrintable(whyNot));
     }
 
-    void conversions_data() { loadCases("conversions"); }
-    void conversions() { runCase(); }
-    void lists_data() { loadCases("lists"); }
-    void lists() { runCase(); }
-    void runEnding_data() { loadCases("run-ending"); }
-    void runEnding() { runCase(); }
-    void order_data() { loadCases("order"); }
-    void order() { runCase(); }
-    void initOption_data() { loadCases("init"); }
-    void initOption() { runCase(); }
-    void parser_data() { loadCases("parser"); }
-    void parser() { runCase(); }
+    void runs_data()
+    {
+        QTest::addColumn<Run>("run");
+        // Each option once with a value that it stores, given in reverse: the actions run in the fixed order.
+        // A message without quotes or a second line is the announcement, followed by the value and "Updated".
+        // clang-format off
+        const char *const steps[][3] = {
+            {"-s X", "Set serial to \"X\"", "SuSerial=X"},
+            {"-c imx", "Set AUX console to \"imx\" value 2", "AuxDebug=2"},
+            {"--su-model 300", "Set SU model \"300\"\nUpdated.", "SuModel=44"},
+            {"-t 17", "Set image sensor type", "Type=17"},
+            {"--image-sensor-serial 9", "Set image sensor serial", "Serial=9"},
+            {"--image-sensor-calib 40000,-1", "Set image sensor calibration", "TempCalibration=40000, -1"},
+            {"-b 7", "Set board test status", "BoardTestStatus=7"},
+            {"--su-test-status 6", "Set SU test status", "SuTestStatus=6"},
+            {"--calibration-status 5", "Set calibration status", "CalibrationStatus=5"},
+            {"--dut-status 4", "Set DUT status", "DutStatus=4"},
+            {"--telvar-pos 3", "Set Telvar sensor postion", "TelvarSensorPos=3"},
+            {"--telvar-calib0 300,-1,0,255,9,77", "Set Telvar calibration",
+             "Calib0_EquipmentId=44\nCalib0_ID0=255\nCalib0_ID1=0\nCalib0_ID2=255"},
+            {"--telvar-calib1 1,2,3,4,5", "Set Telvar calibration",
+             "Calib1_EquipmentId=1\nCalib1_ID0=2\nCalib1_ID1=3\nCalib1_ID2=4\nCalib1_Pos=5"},
+            {"--telvar-calib2 6,7,8,9,10", "Set Telvar calibration",
+             "Calib2_EquipmentId=6\nCalib2_ID0=7\nCalib2_ID1=8\nCalib2_ID2=9\nCalib2_Pos=10"},
+            {"-w 20", "Set wifi region \"20\"\nWifi region updated.", "WifiRegion=20"},
+            {"-p 0", "Set USB power", "UsbPower=0"},
+            {"-i 3", "Set IR filter type \"3\"\nIR filter type updated", "IrFilterType=3"},
+            {"--shell-color 9", "Set shell color", "ShellColor=9"},
+            {"--trace-level -1", "Set trace level", "TraceLevel=4294967295"},
+            {"--suc-dbg-mask 16", "Set SUC debug mask", "SucDebugEnableMask=16"},
+            {"--imx-dbg-mask 32", "Set iMX debug mask", "ImxDebugEnableMask=32"},
+            {"--acc-calib 1,2,3,4,5,6,7,8,9,0", "Set accelerometer calibration",
+             "Calibration=1, 2, 3, 4, 5, 6, 7, 8, 9, 0"},
+            {"--acc-calib-ext 1,2,3,4,5,6,7,8,9,0,1,2,3,4,5,6,7,-8", "Set accelerometer calibration extended",
+             "CalibrationExt=1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 1, 2, 3, 4, 5, 6, 7, -8"},
+            {"--acc-calib-temp -5", "Set acceleration calibration temperature", "CalibrationTemp=251"},
+            {"--acc-temp-calib 1,7", "Set acceleration temperature calibration", "TemperatureCalib=1, 7"},
+            {"--prox-calib -7,8", "Set proximity calibration", "ProximityCalibration=-7, 8"},
+            {"--thumbwheel-mode 0", "Set thumbwheel mode to 0\nUpdated", "ThumbwheelMode=0"},
+            // The count of the points given overwrites it; 12 bits of each coordinate are kept.
+            {"--nrof-tessel-dac-calib-values 9", "Set number of calibration points to 9\nUpdated", ""},
+            {"--tessel-dac-calib 4095,4096,65535,0", "Setting number of calibration points to 2\nSetting "
+             "Tessel DAC calibration points (QPoint(4095,4096), QPoint(65535,0))\nUpdated",
+             "NrofTesselDACCalibrationValues=2\nTesselDACCalibration=@Point(4095 0), @Point(4095 0)"}};
+        QStringList args, log, file;
+        for (const auto &[option, messages, keys] : steps) {
+            args.prepend(option);
+            QString text = messages;
+            if (!text.contains('"') && !text.contains('\n'))
+                text += " \"" + QString(option).section(' ', 1) + "\"\nUpdated";
+            log << text.replace(QRegularExpression("(?m)^"), "debug|main|");
+            file << keys;
+        }
+        row("every option", {args.join(' '), log.join('\n'), file.join('\n')});
+        row("refused values, the run goes on", {"-s XQ123456789 --su-model abc --image-sensor-serial x "
+            "--image-sensor-calib 1,2.5 --telvar-calib0 1,x --telvar-calib1 1,2 -i x --acc-calib 1,2,3 "
+            "--acc-calib-ext 1,,3 --nrof-tessel-dac-calib-values abc",
+            D("Set serial to \"XQ123456789\"") "warning|setSuSerial|\"Serial can't be > 10 bytes\"\n"
+            W("Failed to update serial number.") D("Set SU model \"abc\"") W("Not updated")
+            D("Set image sensor serial \"x\"") W("Not updated") D("Set image sensor calibration \"1,2.5\"")
+            W("Failed to convert value to short \"2.5\"") W("Not updated") D("Set Telvar calibration \"1,x\"")
+            W("Not updated") D("Set Telvar calibration \"1,2\"")
+            "warning|setTelvarCalib1|5 values were expected but got QListOfInts(1,2)\n" W("Not updated")
+            D("Set IR filter type \"x\"") W("Wrong input, expected number") D("Set accelerometer calibration "
+            "\"1,2,3\"") "warning|setAccelerometerCalibration|10 values were expected but got "
+            "QListOfInts(1,2,3)\n" W("Not updated") D("Set accelerometer calibration extended \"1,,3\"")
+            D("Failed to convert input to short \"\"") W("Not updated")
+            D("Set number of calibration points to 0") D("Updated"), "NrofTesselDACCalibrationValues=0"});
+        row("no options", {"", "", ""});
+        row("acc-calib-temp not a number ends the run", {"--thumbwheel-mode 0 --acc-calib-temp x --prox-calib "
+            "1,2", D("Set acceleration calibration temperature \"x\"") W("Not updated"), "", 1});
+        row("acc-temp-calib not a number ends the run, earlier values stay", {"--su-model 7 --acc-temp-calib "
+            "1,x --prox-calib 1,2", D("Set SU model \"7\"") D("Updated.") D("Set acceleration temperature "
+            "calibration \"1,x\"") D("Failed to convert input to int \"x\"") W("Not updated"), "SuModel=7",
+            1});
+        row("count above 16", {"--nrof-tessel-dac-calib-values 17 --tessel-dac-calib 1", OUT_OF_RANGE, "", 1});
+        row("17 points", {"--tessel-dac-calib " + QString("1,").repeated(33) + "1", OUT_OF_RANGE, "", 1});
+        row("odd number of values", {"--tessel-dac-calib 1,2,3",
+            C("Odd number of values given. An even number of values (x-y pairs) must be given."), "", 1});
+        row("point value not an unsigned short", {"--tessel-dac-calib 1,2,65536,4",
+            C("Failed to convert value ('65536') to unsigned short."), "", 1});
+        // The values are those in the file already, which a refused write must not confirm either.
+        row("writable remount refused", {"--init --su-model 66 --nrof-tessel-dac-calib-values 3 "
+            "--tessel-dac-calib 1,2", NOT_RW("initSettings") D("Set SU model \"66\"") NOT_RW("setConfigParam")
+            W("Not updated") D("Set number of calibration points to 3") NOT_RW("setConfigParam")
+            D("Not updated") D("Setting number of calibration points to 1") NOT_RW("setConfigParam") NOT_STORED,
+            "", 1, NoSysAdmin});
+        row("read-only remount refused: stored, not confirmed, left writable", {"--su-model 7",
+            D("Set SU model \"7\"") NOT_RO("setConfigParam") W("Not updated"), "SuModel=7", 0, Busy});
+        row("partition full", {"--tessel-dac-calib 1,2", D("Setting number of calibration points to 1")
+            NOT_STORED, "", 1, Full});
+        row("init: model 12, then a setter", {"--acc-calib-temp -1 --init", D("Set acceleration calibration "
+            "temperature \"-1\"") D("Updated"), RESET "[Accelerometer]\nCalibrationTemp=255\n\n" MODEL_12});
+        row("init: model 14, read-only remount refused", {"--init", NOT_RO("initSettings"), RESET
+            "[Identity]\nIrFilterType=5\nSuModel=65\nSuSerial=IQ00000000\n\n[ImageSensor]\nType=15\n", 0,
+            Busy, sample, erased, {}, "14\n"});
+        row("init: unknown model", {"--init", "critical|initSettings|Unknown camera model!", RESET
+            "[Identity]\nIrFilterType=5\n", 0, None, sample, erased, {}, "13\n"});
+        // 2^31 items, which Qt cannot decode: a setter is refused, a reset repairs the file.
+        const QByteArray undecodable = "[General]\nTraceLevel=@Variant(\\0\\0\\0\\t\\x7f\\xff\\xff\\xff)\n";
+        row("undecodable file, a setter", {"--su-model 65", D("Set SU model \"65\"") W("Not updated"), "", 0,
+            None, undecodable});
+        row("undecodable file, a reset", {"--init --su-model 7", D("Set SU model \"7\"") D("Updated."),
+            RESET + QString(MODEL_12).replace("=66", "=7"), 0, None, undecodable});
+        // Only the image: the file is made from it; the print shows what was loaded, before the setter ran.
+        row("EEPROM image, print", {"--su-model 7 --print", contents(TEST_DIR "/print.txt"), "SuModel=7", 0,
+            None, {}, validImage()});
+        row("EEPROM checksum fails: initial values", {"", "warning|readEEPROM|: checksum validation of "
+            "eeprom data failed. Memory must be initialized.", "WifiRegion=4294967295", 0, None, {}, erased});
+        row("EEPROM image short", {"", "debug|readEEPROMData|: Failed to read entire struct from EEPROM "
+            "data.\nwarning|readEEPROM|: reading eeprom data failed.", "SuSerial=\n", 0, None, {},
+            validImage().left(255)});
+        // The parser answers these itself, before the factory partition is touched.
+        row("help", {"--help -t 7", "", "", 0, None, {}, validImage(), contents(TEST_DIR "/help.txt")});
+        row("version", {"-v --init", "", "", 0, None, {}, validImage(), "Production Config Tool \n"});
+        // clang-format on
+    }
+    void runs()
+    {
+        QFETCH(Run, run);
+        QFile platform("/run/product-info/camera-model"); // read by the stand-in product-information library
+        QVERIFY(platform.open(QIODevice::WriteOnly) && platform.write(run.model) && platform.flush());
+        Sandbox::Files seed{{"eeprom", run.eeprom}};
+        if (!run.settings.isNull())
+            seed.insert("settings.ini", run.settings);
+        const ToolRun result = runOn(seed, run.args.split(' ', Qt::SkipEmptyParts), run.fault);
+        QCOMPARE(result.exitCode, run.exitCode);
+        // Line by line, so that a difference inside a message of several lines shows.
+        QCOMPARE(result.log.join('\n').split('\n', Qt::SkipEmptyParts),
+                 run.log.split('\n', Qt::SkipEmptyParts));
+        QCOMPARE(Sandbox::isReadOnly(), run.fault != Busy);
+        // The parser names the path the tool was started by in its first line.
+        QCOMPARE(result.out.startsWith("Usage: ") ? result.out.mid(result.out.indexOf('\n') + 1) : result.out,
+                 run.out);
+        const QString file = contents(settingsPath);
+        const bool whole = run.file.startsWith('[');
+        QString expected = whole ? run.file : QString(run.settings);
+        for (const QString &pair : whole ? QStringList() : run.file.split('\n', Qt::SkipEmptyParts))
+            expected.replace(QRegularExpression("(?m)^" + pair.section('=', 0, 0) + "=.*$"), pair);
+        if (!run.settings.isNull())
+            QCOMPARE(file, expected);
+        else // no file, or the one made from the image, with its 39 keys
+            QVERIFY(run.file.isEmpty() ? !Sandbox::files().contains("settings.ini")
+                                       : file.count('=') == 39 && file.contains('\n' + run.file));
+    }
+
+    // A count above the points stored, and a temperature table, which no image has.
+    void printShapes()
+    {
+        const ToolRun result =
+            runOn({{"settings.ini", "NrofTesselDACCalibrationValues=2\nTesselDACCalibration="
+                                    "@Point(1 2)\n[Accelerometer]\nTemperatureCalib=1, 2, 3, x"}},
+                  {"--print"});
+        QVERIFY(result.log.contains("debug|print|TesselDACCalibration pos  1:  (N/A)"));
+        QVERIFY(result.log.contains(" - Temp 1 t:      1 x:      2 y:      3 z:      0"));
+    }
+
+    // After a kill at any moment the file holds, line by line, the old value or the new one.
+    void killMidWrite()
+    {
+        // Ten write cycles in one run, so that a kill at a random moment often lands inside one.
+        const QStringList args =
+            QString("--su-model 7 -b 2 -w 7 --telvar-calib0 1,2,3,4,5 --tessel-dac-calib 1,2").split(' ');
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(runOn({{"settings.ini", sample}}, args).exitCode, 0);
+        const int fullRun = int(clock.nsecsElapsed() / 1000);
+        const QList<QByteArray> before = sample.split('\n'), after = contents(settingsPath).split('\n');
+        for (int i = qEnvironmentVariable("PRODCONFIG_KILL_RUNS", "200").toInt(); i > 0; --i) {
+            QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
+            QProcess tool;
+            QStringList command = toolCommand(args);
+            tool.start(command.takeFirst(), command);
+            QThread::usleep(QRandomGenerator::global()->bounded(fullRun));
+            tool.kill();
+            QVERIFY(tool.waitForFinished());
+            const QList<QByteArray> now = contents(settingsPath).split('\n');
+            QCOMPARE(now.size(), after.size());
+            for (int k = 0; k < now.size(); ++k)
+                QVERIFY2(now[k] == before[k] || now[k] == after[k], now[k].constData());
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(TestCommandLine)

@@ -1,0 +1,122 @@
+#ifndef SUPPORT_H
+#define SUPPORT_H
+
+// What the tests and the fuzz targets share: a real factory partition, a tmpfs at /factory_data in a private
+// mount namespace that the process enters once (nothing of it is seen outside this process and its children),
+// and the built tool run on it, remounting it for real.
+#include <QDateTime>
+#include <QDir>
+#include <QMap>
+#include <QProcess>
+#include <QStorageInfo>
+#include <QThread>
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+inline QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+namespace Sandbox {
+
+// A process monitor reading /proc/PID/fd holds each file it looks at for a moment, and so can refuse a
+// read-only remount with EBUSY: the tests' own remounts try again for up to a second.
+inline bool remount(bool writable)
+{
+    int tries = 0;
+    while (::mount("", "/factory_data", "", writable ? MS_REMOUNT : MS_REMOUNT | MS_RDONLY, "") != 0) {
+        if (errno != EBUSY || ++tries == 100)
+            return false;
+        QThread::msleep(10);
+    }
+    return true;
+}
+
+// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports.
+inline QString enter()
+{
+    if (geteuid() != 0)
+        return "needs root: the factory partition is a tmpfs in a private mount namespace";
+    if (unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        !QDir().mkpath("/factory_data") || ::mount("", "/run", "tmpfs", 0, "size=64k") != 0 ||
+        !QDir().mkpath("/run/product-info"))
+        return QString("cannot set up a private mount namespace: ") + strerror(errno);
+    return {};
+}
+
+using Files = QMap<QString, QByteArray>;
+
+// A fresh partition holding `files`, read-only unless `writable`. Each file gets a time no file had before:
+// QSettings rereads a file it has cached only when its size or time changed.
+inline bool reset(const Files &files, bool writable = false, const QByteArray &size = "1m")
+{
+    static qint64 stamp = 946684800;
+    while (::umount2("/factory_data", MNT_DETACH) == 0) {
+    }
+    bool done = ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=" + size) == 0;
+    for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
+        QFile file("/factory_data/" + it.key());
+        done = file.open(QIODevice::WriteOnly) && file.write(it.value()) == it.value().size() &&
+               file.setFileTime(QDateTime::fromSecsSinceEpoch(++stamp), QFileDevice::FileModificationTime);
+    }
+    return done && (writable || remount(false));
+}
+
+// What the kernel's mount table says, not what the tool believes.
+inline bool isReadOnly() { return QStorageInfo("/factory_data").isReadOnly(); }
+
+inline QStringList files() { return QDir("/factory_data").entryList(QDir::Files | QDir::Hidden, QDir::Name); }
+
+} // namespace Sandbox
+
+// The built tool, through the cross emulator where there is one.
+inline QStringList toolCommand(const QStringList &arguments)
+{
+    const QString launcher = PRODCONFIG_LAUNCHER;
+    return (launcher.isEmpty() ? QStringList() : launcher.split('|')) << PRODCONFIG_PATH << arguments;
+}
+
+// What the partition does to the tool: nothing; refuse the writable remount (no CAP_SYS_ADMIN); refuse the
+// read-only remount (a file held open for writing); or have no room left (two pages, both taken by the seed).
+enum Fault { None, NoSysAdmin, Busy, Full };
+
+struct ToolRun
+{
+    int exitCode;    // -1 after a crash
+    QStringList log; // level|function|text a line, without the two start-up messages when they are right
+    QByteArray out;
+};
+
+// The tool run to its end on a fresh partition holding `files`.
+inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None)
+{
+    if (!Sandbox::reset(files, fault == Busy, fault == Full ? "8k" : "1m"))
+        return {-2, {"cannot reset the partition"}, {}};
+    const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
+    QProcess tool;
+    qputenv("QT_MESSAGE_PATTERN", "%{type}|%{function}|%{message}");
+    QStringList command = toolCommand(arguments);
+    if (fault == NoSysAdmin)
+        command = QStringList{"setpriv", "--bounding-set", "-sys_admin", "--"} + command;
+    tool.start(command.takeFirst(), command);
+    tool.waitForFinished(60000);
+    ::close(hold);
+    // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
+    static bool again = false;
+    if ((again = !again && fault != Busy && !Sandbox::isReadOnly()))
+        return runOn(files, arguments, fault);
+    ToolRun run{tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1,
+                QString(tool.readAllStandardError()).split('\n', Qt::SkipEmptyParts),
+                tool.readAllStandardOutput()};
+    if (run.log.mid(0, 2) ==
+        QStringList{"debug|main|\"Production Config Tool\"", "debug|main|Version:  \"\""})
+        run.log = run.log.mid(2);
+    return run;
+}
+
+#endif // SUPPORT_H
