@@ -51,8 +51,8 @@ inline QString enter()
 
 using Files = QMap<QString, QByteArray>;
 
-// A fresh partition holding `files`, read-only unless `writable`. Each file gets a time no file had before:
-// QSettings rereads a file it has cached only when its size or time changed.
+// A fresh partition holding `files`, mode 0600, read-only unless `writable`. Each file gets a time no file
+// had before: QSettings rereads a file it has cached only when its size or time changed.
 inline bool reset(const Files &files, bool writable = false, const QByteArray &size = "1m")
 {
     static qint64 stamp = 946684800;
@@ -62,7 +62,8 @@ inline bool reset(const Files &files, bool writable = false, const QByteArray &s
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
         done = file.open(QIODevice::WriteOnly) && file.write(it.value()) == it.value().size() &&
-               file.setFileTime(QDateTime::fromSecsSinceEpoch(++stamp), QFileDevice::FileModificationTime);
+               file.setFileTime(QDateTime::fromSecsSinceEpoch(++stamp), QFileDevice::FileModificationTime) &&
+               file.setPermissions(QFile::ReadOwner | QFile::WriteOwner); // kept private, as a camera may
     }
     return done && (writable || remount(false));
 }
@@ -93,13 +94,14 @@ struct ToolRun
 };
 
 // The tool run to its end on a fresh partition holding `files`.
-inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None)
+inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
+                     const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
     if (!Sandbox::reset(files, fault == Busy, fault == Full ? "8k" : "1m"))
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;
-    qputenv("QT_MESSAGE_PATTERN", "%{type}|%{function}|%{message}");
+    qputenv("QT_MESSAGE_PATTERN", pattern);
     QStringList command = toolCommand(arguments);
     if (fault == NoSysAdmin)
         command = QStringList{"setpriv", "--bounding-set", "-sys_admin", "--"} + command;
@@ -109,7 +111,7 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
     // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
     static bool again = false;
     if ((again = !again && fault != Busy && !Sandbox::isReadOnly()))
-        return runOn(files, arguments, fault);
+        return runOn(files, arguments, fault, pattern);
     ToolRun run{tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1,
                 QString(tool.readAllStandardError()).split('\n', Qt::SkipEmptyParts),
                 tool.readAllStandardOutput()};

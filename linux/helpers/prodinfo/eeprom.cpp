@@ -120,7 +120,7 @@ void ProdInfo::convertFromEepromToSettings()
     // An image that cannot be read or fails its checksum still yields a file, from the members as
     // they are.
     unpackEEPROM();
-    if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
+    if (!FactoryData::remount(FactoryData::Access::Writable, LOG))
         return;
     {
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
@@ -131,5 +131,5 @@ void ProdInfo::convertFromEepromToSettings()
             settings.setValue(fields[i].key, value);
         }
     } // destroying the settings object writes the file
-    FactoryData::remount(FactoryData::Access::ReadOnly, __func__);
+    FactoryData::remount(FactoryData::Access::ReadOnly, LOG);
 }

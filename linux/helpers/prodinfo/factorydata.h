@@ -3,6 +3,7 @@
 
 #include "qlistofints.h"
 
+#include <QMessageLogger>
 #include <QString>
 #include <QVariant>
 
@@ -15,9 +16,9 @@ inline QString eepromPath() { return QStringLiteral("/factory_data/eeprom"); }
 
 enum class Access { Writable, ReadOnly };
 
-// Remounts the factory partition. On failure logs the warning under `caller`, the operation that
-// asked, and returns false.
-bool remount(Access access, const char *caller);
+// Remounts the factory partition. On failure logs the warning through `log`, which carries the file, line
+// and name of the operation that asked, and returns false.
+bool remount(Access access, const QMessageLogger &log);
 
 } // namespace FactoryData
 

@@ -8,17 +8,25 @@
 #include <QFile>
 #include <QSettings>
 
+#include <new>
+
 bool ProdInfo::initSettings()
 {
-    if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
+    if (!FactoryData::remount(FactoryData::Access::Writable, LOG))
         return false;
     {
-        // Removing the file clears it as QSettings::clear() would, without first decoding values that
-        // Qt may not be able to decode: a reset must repair any file. clear() still empties a file that
-        // could not be removed.
-        QFile::remove(FactoryData::settingsPath());
+        // Cleared through the settings object, the file keeps its mode, and a kill leaves the old file or
+        // the new one. clear() decodes every value first, and one that Qt cannot decode (a @Variant(...)
+        // claiming two thousand million items) fails its allocation: such a file is emptied in place, which
+        // keeps its mode too, and read again, so that a reset repairs any file.
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
-        settings.clear();
+        try {
+            settings.clear();
+        } catch (const std::bad_alloc &) {
+            QFile(FactoryData::settingsPath()).resize(0);
+            settings.sync();
+            settings.clear();
+        }
 
         // 255 stays when the platform cannot tell the model.
         Version::kroProductInfo info = {0, 255};
@@ -42,5 +50,5 @@ bool ProdInfo::initSettings()
         settings.setValue(QStringLiteral("Identity/IrFilterType"), 5);
         settings.setValue(QStringLiteral("NrofTesselDACCalibrationValues"), 0);
     } // destroying the settings object writes the file
-    return FactoryData::remount(FactoryData::Access::ReadOnly, __func__);
+    return FactoryData::remount(FactoryData::Access::ReadOnly, LOG);
 }

@@ -11,15 +11,14 @@
 
 #include <sys/mount.h>
 
-bool FactoryData::remount(Access access, const char *caller)
+bool FactoryData::remount(Access access, const QMessageLogger &log)
 {
     // Empty strings rather than null pointers: only the flags change between the two directions.
     const unsigned long flags = access == Access::Writable ? MS_REMOUNT : MS_REMOUNT | MS_RDONLY;
     if (::mount("", "/factory_data", "", flags, "") == 0)
         return true;
-    LOG_AT(caller).warning() << (access == Access::Writable
-                                     ? ": Failed to mount /factory_data as writable."
-                                     : ": Failed to mount /factory_data as read only.");
+    log.warning() << (access == Access::Writable ? ": Failed to mount /factory_data as writable."
+                                                 : ": Failed to mount /factory_data as read only.");
     return false;
 }
 
@@ -32,14 +31,14 @@ bool writeKey(const QString &key, const QVariant &value)
     try {
         QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
         const QVariant previous = settings.value(key);
-        const bool readCleanly = settings.status() == QSettings::NoError;
         settings.setValue(key, value);
         settings.sync();
         // QSettings keeps a value it could not write (a full partition) for the rest of the process,
         // and the reload would read it from there instead of from the file. Putting the file's value
-        // back lets the setter's comparison see what the file really holds. The status sticks at its
-        // first error, so only a file that was read cleanly tells a failed write apart.
-        if (readCleanly && settings.status() == QSettings::AccessError) {
+        // back lets the setter's comparison see what the file really holds. A write that failed earlier
+        // in the run fails again when the next settings object is made, and the status keeps its first
+        // error, so any access error counts: the value is then reported as not stored, never the reverse.
+        if (settings.status() == QSettings::AccessError) {
             if (previous.isValid())
                 settings.setValue(key, previous);
             else
@@ -58,12 +57,12 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
     // Only the initialisation and the EEPROM import may create the file.
     if (!QFileInfo::exists(FactoryData::settingsPath()))
         return false;
-    if (!FactoryData::remount(FactoryData::Access::Writable, __func__))
+    if (!FactoryData::remount(FactoryData::Access::Writable, LOG))
         return false;
     const bool written = writeKey(key, value);
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one.
-    if (!FactoryData::remount(FactoryData::Access::ReadOnly, __func__) || !written)
+    if (!FactoryData::remount(FactoryData::Access::ReadOnly, LOG) || !written)
         return false;
     loadSettings();
     return true;
