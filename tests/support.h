@@ -2,12 +2,12 @@
 #define SUPPORT_H
 
 // What the tests and the fuzz targets share: a real factory partition, a tmpfs at /factory_data in a private
-// mount namespace that the process enters once (nothing of it is seen outside this process and its children),
-// and the built tool run on it, remounting it for real.
+// mount namespace that only this process and its children see, and the built tool run on it.
 #include <QDateTime>
 #include <QDir>
 #include <QMap>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStorageInfo>
 #include <QThread>
 
@@ -71,15 +71,12 @@ inline bool reset(const Files &files, bool writable = false, const QByteArray &s
 // What the kernel's mount table says, not what the tool believes.
 inline bool isReadOnly() { return QStorageInfo("/factory_data").isReadOnly(); }
 
-inline QStringList files() { return QDir("/factory_data").entryList(QDir::Files | QDir::Hidden, QDir::Name); }
-
 } // namespace Sandbox
 
 // The built tool, through the cross emulator where there is one.
 inline QStringList toolCommand(const QStringList &arguments)
 {
-    const QString launcher = PRODCONFIG_LAUNCHER;
-    return (launcher.isEmpty() ? QStringList() : launcher.split('|')) << PRODCONFIG_PATH << arguments;
+    return QString(PRODCONFIG_LAUNCHER).split('|', Qt::SkipEmptyParts) << PRODCONFIG_PATH << arguments;
 }
 
 // What the partition does to the tool: nothing; refuse the writable remount (no CAP_SYS_ADMIN); refuse the
@@ -101,7 +98,7 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;
-    qputenv("QT_MESSAGE_PATTERN", pattern);
+    qputenv("QT_MESSAGE_PATTERN", "\x1e" + pattern + "\x1f"); // framed: a sanitizer's report is no message
     QStringList command = toolCommand(arguments);
     if (fault == NoSysAdmin)
         command = QStringList{"setpriv", "--bounding-set", "-sys_admin", "--"} + command;
@@ -112,9 +109,11 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
     static bool again = false;
     if ((again = !again && fault != Busy && !Sandbox::isReadOnly()))
         return runOn(files, arguments, fault, pattern);
-    ToolRun run{tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1,
-                QString(tool.readAllStandardError()).split('\n', Qt::SkipEmptyParts),
-                tool.readAllStandardOutput()};
+    ToolRun run{
+        tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1, {}, tool.readAllStandardOutput()};
+    static const QRegularExpression record("\x1e(.*?)\x1f", QRegularExpression::DotMatchesEverythingOption);
+    for (auto it = record.globalMatch(QString::fromUtf8(tool.readAllStandardError())); it.hasNext();)
+        run.log << it.next().captured(1).split('\n');
     if (run.log.mid(0, 2) ==
         QStringList{"debug|main|\"Production Config Tool\"", "debug|main|Version:  \"\""})
         run.log = run.log.mid(2);
