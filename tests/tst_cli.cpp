@@ -101,7 +101,7 @@ private slots:
             {"--acc-calib-temp -5", "Set acceleration calibration temperature", "CalibrationTemp=251"},
             {"--acc-temp-calib 1,7", "Set acceleration temperature calibration", "TemperatureCalib=1, 7"},
             {"--prox-calib -7,8", "Set proximity calibration", "ProximityCalibration=-7, 8"},
-            {"--thumbwheel-mode 0", "Set thumbwheel mode to 0\nUpdated", "ThumbwheelMode=0"},
+            {"--thumbwheel-mode 00", "Set thumbwheel mode to 1\nUpdated", "ThumbwheelMode=1"}, // not "0"
             // The count of the points given overwrites it; 12 bits of each coordinate are kept.
             {"--nrof-tessel-dac-calib-values 9", "Set number of calibration points to 9\nUpdated", ""},
             {"--tessel-dac-calib 4095,4096,65535,0", "Setting number of calibration points to 2\nSetting "
@@ -119,18 +119,19 @@ private slots:
         row("every option", {args.join(' '), log.join('\n'), file.join('\n')});
         row("refused values, the run goes on", {"-s XQ123456789 --su-model abc --image-sensor-serial x "
             "--image-sensor-calib 1,2.5 --telvar-calib0 1,x --telvar-calib1 1,2 -i x --acc-calib 1,2,3 "
-            "--acc-calib-ext 1,,3 --nrof-tessel-dac-calib-values abc",
+            "--acc-calib-ext 1,,3 --nrof-tessel-dac-calib-values abc --imx-dbg-mask 0x10",
             D("Set serial to \"XQ123456789\"") "warning|setSuSerial|\"Serial can't be > 10 bytes\"\n"
             W("Failed to update serial number.") D("Set SU model \"abc\"") W("Not updated")
             D("Set image sensor serial \"x\"") W("Not updated") D("Set image sensor calibration \"1,2.5\"")
             W("Failed to convert value to short \"2.5\"") W("Not updated") D("Set Telvar calibration \"1,x\"")
             W("Not updated") D("Set Telvar calibration \"1,2\"")
             "warning|setTelvarCalib1|5 values were expected but got QListOfInts(1,2)\n" W("Not updated")
-            D("Set IR filter type \"x\"") W("Wrong input, expected number") D("Set accelerometer calibration "
-            "\"1,2,3\"") "warning|setAccelerometerCalibration|10 values were expected but got "
-            "QListOfInts(1,2,3)\n" W("Not updated") D("Set accelerometer calibration extended \"1,,3\"")
-            D("Failed to convert input to short \"\"") W("Not updated")
-            D("Set number of calibration points to 0") D("Updated"), "NrofTesselDACCalibrationValues=0"});
+            D("Set IR filter type \"x\"") W("Wrong input, expected number") D("Set iMX debug mask \"0x10\"")
+            W("Not updated") D("Set accelerometer calibration \"1,2,3\"")
+            "warning|setAccelerometerCalibration|10 values were expected but got QListOfInts(1,2,3)\n"
+            W("Not updated") D("Set accelerometer calibration extended \"1,,3\"") D("Failed to convert input "
+            "to short \"\"") W("Not updated") D("Set number of calibration points to 0") D("Updated"),
+            "NrofTesselDACCalibrationValues=0"});
         row("acc-calib-temp not a number ends the run", {"--thumbwheel-mode 0 --acc-calib-temp x",
             D("Set acceleration calibration temperature \"x\"") W("Not updated"), "", 1});
         row("acc-temp-calib not a number ends the run", {"--su-model 7 --acc-temp-calib 1,x --prox-calib 1,2",
