@@ -120,16 +120,16 @@ void ProdInfo::convertFromEepromToSettings()
     // An image that cannot be read or fails its checksum still yields a file, from the members as
     // they are.
     unpackEEPROM();
-    if (!FactoryData::remount(FactoryData::Access::Writable, LOG))
+    FactoryData::WriteWindow window(LOG_SITE);
+    if (!window.isOpen())
         return;
-    {
-        QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
+    window.write([this](QSettings &settings) {
         const auto fields = settingsFields();
         for (int i = 0; i < EepromFieldCount; ++i) {
             const QVariant value =
                 std::visit([](auto *member) { return writtenForm(*member); }, fields[i].member);
             settings.setValue(fields[i].key, value);
         }
-    } // destroying the settings object writes the file
-    FactoryData::remount(FactoryData::Access::ReadOnly, LOG);
+    });
+    window.close();
 }

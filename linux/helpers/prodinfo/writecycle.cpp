@@ -7,62 +7,19 @@
 #include <QSettings>
 #include <QStorageInfo>
 
-#include <new>
-
-#include <sys/mount.h>
-
-bool FactoryData::remount(Access access, const QMessageLogger &log)
-{
-    // Empty strings rather than null pointers: only the flags change between the two directions.
-    const unsigned long flags = access == Access::Writable ? MS_REMOUNT : MS_REMOUNT | MS_RDONLY;
-    if (::mount("", "/factory_data", "", flags, "") == 0)
-        return true;
-    log.warning() << (access == Access::Writable ? ": Failed to mount /factory_data as writable."
-                                                 : ": Failed to mount /factory_data as read only.");
-    return false;
-}
-
-namespace {
-
-// Writes one key and syncs. False only when Qt cannot decode the file it has to rewrite: a value such as
-// @Variant(...) claiming a list of two thousand million items fails its allocation.
-bool writeKey(const QString &key, const QVariant &value)
-{
-    try {
-        QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
-        const QVariant previous = settings.value(key);
-        settings.setValue(key, value);
-        settings.sync();
-        // QSettings keeps a value it could not write (a full partition) for the rest of the process,
-        // and the reload would read it from there instead of from the file. Putting the file's value
-        // back lets the setter's comparison see what the file really holds. A write that failed earlier
-        // in the run fails again when the next settings object is made, and the status keeps its first
-        // error, so any access error counts: the value is then reported as not stored, never the reverse.
-        if (settings.status() == QSettings::AccessError) {
-            if (previous.isValid())
-                settings.setValue(key, previous);
-            else
-                settings.remove(key);
-        }
-        return true;
-    } catch (const std::bad_alloc &) {
-        return false;
-    }
-}
-
-} // namespace
-
 bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
 {
     // Only the initialisation and the EEPROM import may create the file.
     if (!QFileInfo::exists(FactoryData::settingsPath()))
         return false;
-    if (!FactoryData::remount(FactoryData::Access::Writable, LOG))
+    FactoryData::WriteWindow window(LOG_SITE);
+    if (!window.isOpen())
         return false;
-    const bool written = writeKey(key, value);
+    const bool written = window.write([&](QSettings &settings) { settings.setValue(key, value); });
     // A failed read-only remount leaves the value in the file but the members as they were, so the
-    // caller's comparison cannot mistake the write for a confirmed one.
-    if (!FactoryData::remount(FactoryData::Access::ReadOnly, LOG) || !written)
+    // caller's comparison cannot mistake the write for a confirmed one; nor can a write that did not
+    // reach the file, which would compare equal whenever the value read as missing is the one asked for.
+    if (!window.close() || !written)
         return false;
     loadSettings();
     return true;
