@@ -1,40 +1,69 @@
 # Installation and the Debian package of prodconfig.
 #
-#   cmake --install <build>           bin/prodconfig, share/man/man1/prodconfig.1.gz and
-#                                     share/doc/prodconfig/messages.md under the prefix
+#   cmake --install <build> --strip  bin/prodconfig, stripped; share/man/man1/prodconfig.1.gz;
+#                                     share/doc/prodconfig/messages.md and changelog.gz; the package's
+#                                     lintian overrides, all under the prefix
 #   cpack --config <build>/CPackConfig.cmake -G DEB
 #                                     prodconfig_<version>_<arch>.deb, for the build's target architecture
 #
-# scripts/package does both for the native build and, when there is one, for the armhf cross build.
+# scripts/package does both for the native build and, when there is a sysroot for the camera, for armhf.
 
 include(GNUInstallDirs)
 
 # Installing and packaging take what has been built and build nothing themselves: a package needs only
-# the tool and its manual page, not the tests of the build tree (under emulation, in a cross build).
+# the tool and its documents, not the tests of the build tree (under emulation, in a cross build).
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 install(TARGETS prodconfig RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Stripping keeps the .comment section, in which the compiler and its version name themselves; nothing
+# reads it at run time, and Debian's own packages are stripped of it too.
+install(CODE "
+    if(CMAKE_INSTALL_DO_STRIP)
+        execute_process(COMMAND \"${CMAKE_STRIP}\" --remove-section=.comment
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR}/$<TARGET_FILE_NAME:prodconfig>\"
+            COMMAND_ERROR_IS_FATAL ANY)
+    endif()")
 
-# Debian ships manual pages compressed; -n leaves name and time out of the archive, so that two builds
-# of the same page give the same bytes.
-set(PRODCONFIG_MANPAGE ${PROJECT_SOURCE_DIR}/docs/prodconfig.1)
+# Debian ships manual pages and changelogs compressed; -n leaves name and time out of the archive, so
+# that two builds of the same file give the same bytes.
 find_program(PRODCONFIG_GZIP gzip)
-if(PRODCONFIG_GZIP)
-    set(manpage ${CMAKE_CURRENT_BINARY_DIR}/prodconfig.1)
-    add_custom_command(OUTPUT ${manpage}.gz
-        COMMAND ${CMAKE_COMMAND} -E copy ${PRODCONFIG_MANPAGE} ${manpage}
-        COMMAND ${PRODCONFIG_GZIP} -9nf ${manpage}
-        DEPENDS ${PRODCONFIG_MANPAGE}
-        COMMENT "Compressing the manual page"
-        VERBATIM)
-    add_custom_target(prodconfig_manpage ALL DEPENDS ${manpage}.gz)
-    install(FILES ${manpage}.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-else()
-    add_custom_target(prodconfig_manpage)
-    install(FILES ${PRODCONFIG_MANPAGE} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+set(PRODCONFIG_DOCS)
+function(prodconfig_install_compressed source name destination)
+    if(PRODCONFIG_GZIP)
+        set(copy ${CMAKE_CURRENT_BINARY_DIR}/${name})
+        add_custom_command(OUTPUT ${copy}.gz
+            COMMAND ${CMAKE_COMMAND} -E copy ${source} ${copy}
+            COMMAND ${PRODCONFIG_GZIP} -9nf ${copy}
+            DEPENDS ${source}
+            COMMENT "Compressing ${name}"
+            VERBATIM)
+        install(FILES ${copy}.gz DESTINATION ${destination})
+        set(PRODCONFIG_DOCS ${PRODCONFIG_DOCS} ${copy}.gz PARENT_SCOPE)
+    else()
+        install(FILES ${source} DESTINATION ${destination} RENAME ${name})
+    endif()
+endfunction()
+
+prodconfig_install_compressed(${PROJECT_SOURCE_DIR}/docs/prodconfig.1 prodconfig.1
+    ${CMAKE_INSTALL_MANDIR}/man1)
+
+# The package's changelog, in Debian's format. Its newest entry must be this version.
+set(PRODCONFIG_CHANGELOG ${PROJECT_SOURCE_DIR}/cmake/changelog)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PRODCONFIG_CHANGELOG})
+file(STRINGS ${PRODCONFIG_CHANGELOG} changelog_head LIMIT_COUNT 1)
+if(NOT changelog_head MATCHES "^prodconfig \\(${PROJECT_VERSION}\\) ")
+    message(FATAL_ERROR "The newest entry of ${PRODCONFIG_CHANGELOG} is not version ${PROJECT_VERSION}: "
+                        "'${changelog_head}'. Add an entry for this version.")
 endif()
+# A package without a Debian revision in its version is a native one, whose changelog is changelog.gz.
+prodconfig_install_compressed(${PRODCONFIG_CHANGELOG} changelog ${CMAKE_INSTALL_DOCDIR})
+
+add_custom_target(prodconfig_docs ALL DEPENDS ${PRODCONFIG_DOCS})
 # The operator's reference of every message; the manual page points to it.
 install(FILES ${PROJECT_SOURCE_DIR}/docs/messages.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# What lintian reports of the package and is so on purpose, each with its reason.
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/lintian-overrides
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME prodconfig)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME prodconfig)
@@ -73,14 +102,22 @@ if(CMAKE_CROSSCOMPILING AND NOT CPACK_DEBIAN_PACKAGE_ARCHITECTURE)
     endif()
 endif()
 
-# Written out, the same way for every architecture, since dpkg-shlibdeps cannot see a cross build's
-# sysroot; scripts/package checks the list against dpkg-shlibdeps on the native build. The floors come
-# from the versioned symbols that the tool uses when built on Debian 12: __libc_start_main@GLIBC_2.34,
-# CXXABI_1.3.9 (GCC 5), and libgcc_s symbols that every libgcc-s1 has. Qt's floor is the release built
-# against: a Qt 5.15 build binds QString::split overloads that came with Qt 5.14, and on x86 Qt's
-# version tag asks for 5.15 itself.
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.34), libgcc-s1, \
-libqt5core5a (>= ${Qt5Core_VERSION_MAJOR}.${Qt5Core_VERSION_MINOR}), libstdc++6 (>= 5)")
+# Depends is worked out by dpkg-shlibdeps from the symbols files of the libraries the binary links, which
+# give for each symbol the first version of its package that has it. A native build lets CPack run it. In
+# a cross build the libraries are the sysroot's, of which the host's dpkg knows nothing: scripts/package
+# works the list out from the sysroot and hands it to cpack (-D CPACK_DEBIAN_PACKAGE_DEPENDS=...), and
+# cpack refuses to make the package without it.
+if(CMAKE_CROSSCOMPILING)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+    set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_CURRENT_BINARY_DIR}/CPackDepends.cmake)
+    file(WRITE ${CPACK_PROJECT_CONFIG_FILE} [[
+if(NOT CPACK_DEBIAN_PACKAGE_DEPENDS)
+    message(FATAL_ERROR "A cross build's package needs its Depends: scripts/package works them out with "
+                        "dpkg-shlibdeps and passes -D CPACK_DEBIAN_PACKAGE_DEPENDS=... to cpack.")
+endif()
+]])
+else()
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
 
 include(CPack)
