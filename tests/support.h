@@ -10,6 +10,10 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#include <QRandomGenerator>
+
+#include <csignal>
+
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -53,12 +57,12 @@ using Files = QMap<QString, QByteArray>;
 
 // A fresh partition holding `files`, mode 0600, read-only unless `writable`. Each file gets a time no file
 // had before: QSettings rereads a file it has cached only when its size or time changed.
-inline bool reset(const Files &files, bool writable = false, const QByteArray &size = "1m")
+inline bool reset(const Files &files, bool writable = false)
 {
     static qint64 stamp = 946684800;
     while (::umount2("/factory_data", MNT_DETACH) == 0) {
     }
-    bool done = ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=" + size) == 0;
+    bool done = ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
         done = file.open(QIODevice::WriteOnly) && file.write(it.value()) == it.value().size() &&
@@ -66,6 +70,18 @@ inline bool reset(const Files &files, bool writable = false, const QByteArray &s
                file.setPermissions(QFile::ReadOwner | QFile::WriteOwner); // kept private, as a camera may
     }
     return done && (writable || remount(false));
+}
+
+// Takes every page left on the partition, as another program's file would.
+inline bool fill()
+{
+    QFile filler("/factory_data/filler");
+    const QByteArray page(4096, 'x');
+    bool opened = remount(true) && filler.open(QIODevice::WriteOnly);
+    while (opened && filler.write(page) == page.size() && filler.flush()) {
+    }
+    filler.close();
+    return opened && remount(false);
 }
 
 // What the kernel says, not what the tool believes; quick enough to watch the tool's write windows.
@@ -83,9 +99,9 @@ inline QStringList toolCommand(const QStringList &arguments)
     return QString(PRODCONFIG_LAUNCHER).split('|', Qt::SkipEmptyParts) << PRODCONFIG_PATH << arguments;
 }
 
-// What the partition does to the tool: nothing; refuse the writable remount (no CAP_SYS_ADMIN); refuse the
-// read-only remount (a file held open for writing); or have no room left (two pages, both taken by the seed).
-enum Fault { None, NoSysAdmin, Busy, Full };
+// What the partition does to the tool: nothing; refuse the writable remount (no CAP_SYS_ADMIN); or refuse the
+// read-only remount (a file held open for writing).
+enum Fault { None, NoSysAdmin, Busy };
 
 struct ToolRun
 {
@@ -95,27 +111,21 @@ struct ToolRun
 };
 
 // The tool run to its end on a fresh partition holding `files`.
-inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
-                     const QByteArray &pattern = "%{type}|%{function}|%{message}")
+// The tool started on the partition as it is, its messages framed: a sanitizer's report is no message.
+inline void start(QProcess &tool, QStringList command,
+                  const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
-    if (!Sandbox::reset(files, fault == Busy, fault == Full ? "8k" : "1m"))
-        return {-2, {"cannot reset the partition"}, {}};
-    const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
-    QProcess tool;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    // Framed: a sanitizer's report is no message.
     environment.insert("QT_MESSAGE_PATTERN", "\x1e" + pattern + "\x1f");
     tool.setProcessEnvironment(environment);
-    QStringList command = toolCommand(arguments);
-    if (fault == NoSysAdmin)
-        command = QStringList{"setpriv", "--bounding-set", "-sys_admin", "--"} + command;
     tool.start(command.takeFirst(), command);
+    tool.waitForStarted();
+}
+
+// Its end.
+inline ToolRun finish(QProcess &tool)
+{
     tool.waitForFinished(60000);
-    ::close(hold);
-    // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
-    static bool again = false;
-    if ((again = !again && fault != Busy && !Sandbox::isReadOnly()))
-        return runOn(files, arguments, fault, pattern);
     ToolRun run{
         tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1, {}, tool.readAllStandardOutput()};
     static const QRegularExpression record("\x1e(.*?)\x1f", QRegularExpression::DotMatchesEverythingOption);
@@ -125,6 +135,47 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
         QStringList{"debug|main|\"Production Config Tool\"", "debug|main|Version:  \"\""})
         run.log = run.log.mid(2);
     return run;
+}
+
+// The tool run to its end on a fresh partition holding `files`.
+inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
+                     const QByteArray &pattern = "%{type}|%{function}|%{message}")
+{
+    if (!Sandbox::reset(files, fault == Busy))
+        return {-2, {"cannot reset the partition"}, {}};
+    const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
+    QProcess tool;
+    const QStringList noSysAdmin = {"setpriv", "--bounding-set", "-sys_admin", "--"};
+    start(tool, (fault == NoSysAdmin ? noSysAdmin : QStringList()) + toolCommand(arguments), pattern);
+    const ToolRun run = finish(tool);
+    ::close(hold);
+    // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
+    static bool again = false;
+    if ((again = !again && fault != Busy && !Sandbox::isReadOnly()))
+        return runOn(files, arguments, fault, pattern);
+    return run;
+}
+
+// Stops the running tool at random moments and calls `act` while it stands still, until `act` says it is
+// done; false when the tool ended first.
+template <typename Act>
+bool whileStopped(QProcess &tool, Act act)
+{
+    const auto stopped = [&tool] {
+        const QByteArray stat = contents(QString("/proc/%1/stat").arg(tool.processId()));
+        return stat.isEmpty() || QByteArray("TtZX").contains(stat.at(stat.lastIndexOf(')') + 2));
+    };
+    while (!tool.waitForFinished(0)) {
+        QThread::usleep(QRandomGenerator::global()->bounded(200));
+        ::kill(tool.processId(), SIGSTOP);
+        while (!stopped()) {
+        }
+        const bool done = act();
+        ::kill(tool.processId(), SIGCONT);
+        if (done)
+            return true;
+    }
+    return false;
 }
 
 #endif // SUPPORT_H

@@ -4,8 +4,6 @@
 
 #include <QtTest>
 
-#include <csignal>
-
 namespace {
 
 const QString settingsPath = "/factory_data/settings.ini";
@@ -154,9 +152,6 @@ private slots:
             "", 1, NoSysAdmin});
         row("read-only remount refused: stored, not confirmed, left writable", {"--su-model 7",
             D("Set SU model \"7\"") NOT_RO("setConfigParam") W("Not updated"), "SuModel=7", 0, Busy});
-        // Beyond the first failed write too, nothing is confirmed that is not in the file.
-        row("partition full", {"--su-model 7 -t 17", D("Set SU model \"7\"") W("Not updated")
-            D("Set image sensor type \"17\"") W("Not updated"), "", 0, Full});
         row("init: model 12, then a setter", {"--acc-calib-temp -1 --init", D("Set acceleration calibration "
             "temperature \"-1\"") D("Updated"), RESET "[Accelerometer]\nCalibrationTemp=255\n\n" MODEL_12});
         row("init: model 14, read-only remount refused", {"--init", NOT_RO("initSettings"), RESET
@@ -234,6 +229,63 @@ private slots:
         QVERIFY(result.log.last().endsWith("/linux/helpers/prodinfo/initsettings.cpp|initSettings"));
     }
 
+    // The partition fills up right before the first, second, ... write of a run (the Telvar set is five
+    // writes, the Tessel points two): from that write on nothing is confirmed, and every value confirmed is
+    // in the file.
+    void fullFromWrite()
+    {
+        const QStringList args = QString("--init --telvar-calib0 1,2,3,4,5 --trace-level 0 "
+                                         "--acc-calib 1,2,3,4,5,6,7,8,9,0 --tessel-dac-calib 1,2,3,4")
+                                     .split(' ');
+        // The lines that the writes after the reset leave in the file, and the last write of each value. A
+        // trace level of 0 is what the file reads as when the reset has removed it: a reload must not take a
+        // reset that did not reach the file for the file.
+        const QStringList lines = {"Calib0_EquipmentId=1",
+                                   "Calib0_ID0=2",
+                                   "Calib0_ID1=3",
+                                   "Calib0_ID2=4",
+                                   "Calib0_Pos=5",
+                                   "TraceLevel=0",
+                                   "Calibration=1, 2, 3, 4, 5, 6, 7, 8, 9, 0",
+                                   "NrofTesselDACCalibrationValues=2",
+                                   "TesselDACCalibration=@Point(1 2), @Point(3 4)"};
+        const int lastWrites[] = {6, 7, 8, 10};
+        const auto writesDone = [&](const QString &file) {
+            int done = !file.contains("WifiRegion="); // the reset
+            for (const QString &line : lines)
+                done += file.contains('\n' + line + '\n');
+            return done;
+        };
+        for (int failing = 1; failing <= 1 + lines.size(); ++failing) {
+            // The tool stopped at random moments until it stands read-only between the two writes.
+            ToolRun run;
+            bool placed = false;
+            for (int attempt = 0; !placed; ++attempt) {
+                QVERIFY(attempt < 1000 && Sandbox::reset({{"settings.ini", sample}}));
+                QProcess tool;
+                placed = failing == 1 && Sandbox::fill();
+                start(tool, toolCommand(args));
+                whileStopped(tool, [&] {
+                    const int done = Sandbox::isReadOnly() ? writesDone(contents(settingsPath)) : -1;
+                    placed = placed || (done == failing - 1 && Sandbox::fill());
+                    return placed || done >= failing;
+                });
+                run = finish(tool);
+            }
+            const QString file = contents(settingsPath);
+            QCOMPARE(writesDone(file), failing - 1);
+            for (int write = 2; write <= 1 + lines.size(); ++write)
+                QVERIFY2(file.contains('\n' + lines[write - 2] + '\n') == (write < failing),
+                         qPrintable(file));
+            const int confirmed = std::count_if(std::begin(lastWrites), std::end(lastWrites),
+                                                [&](int last) { return last < failing; });
+            QCOMPARE(run.log.filter(QRegularExpression("^debug\\|main\\|Updated\\.?$")).size(), confirmed);
+            QCOMPARE(run.exitCode,
+                     failing <= lines.size() ? 1 : 0); // the point count not stored ends the run
+            QVERIFY(Sandbox::isReadOnly());
+        }
+    }
+
     // SIGTERM and SIGKILL inside the write windows of a ten-write run, found by stopping the tool at random
     // moments until the partition is writable. After SIGTERM, which must still end the run, the partition is
     // read-only and holds nothing but settings.ini; after either, each line is the old value or the new one.
@@ -243,34 +295,20 @@ private slots:
             QString("--su-model 7 -b 2 -w 7 --telvar-calib0 1,2,3,4,5 --tessel-dac-calib 1,2").split(' ');
         QCOMPARE(runOn({{"settings.ini", sample}}, args).exitCode, 0);
         const QList<QByteArray> before = sample.split('\n'), after = contents(settingsPath).split('\n');
-        const auto stopped = [](qint64 pid) {
-            const QByteArray stat = contents(QString("/proc/%1/stat").arg(pid));
-            return stat.isEmpty() || QByteArray("TtZX").contains(stat.at(stat.lastIndexOf(')') + 2));
-        };
         int inside = 0;
         const int runs = qEnvironmentVariable("PRODCONFIG_KILL_RUNS", "200").toInt();
         for (int i = 0; i < runs; ++i) {
             QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
             QProcess tool;
-            QStringList command = toolCommand(args);
-            tool.start(command.takeFirst(), command);
-            QVERIFY(tool.waitForStarted());
-            const bool term = i % 2 == 0;
-            bool fired = false;
-            while (!fired && !tool.waitForFinished(0)) {
-                QThread::usleep(QRandomGenerator::global()->bounded(200));
-                ::kill(tool.processId(), SIGSTOP);
-                while (!stopped(tool.processId())) {
-                }
-                if ((fired = !Sandbox::isReadOnly()))
-                    ::kill(tool.processId(), term ? SIGTERM : SIGKILL);
-                ::kill(tool.processId(), SIGCONT);
-            }
+            start(tool, toolCommand(args));
+            const int signal = i % 2 ? SIGKILL : SIGTERM;
+            const bool fired = whileStopped(
+                tool, [&] { return !Sandbox::isReadOnly() && ::kill(tool.processId(), signal) == 0; });
             inside += fired;
-            QVERIFY(tool.waitForFinished());
-            if (term) {
+            const ToolRun run = finish(tool);
+            if (signal == SIGTERM) {
                 // A read-only remount refused from outside (see Sandbox::remount): again.
-                if (!Sandbox::isReadOnly() && tool.readAllStandardError().contains("as read only.")) {
+                if (!Sandbox::isReadOnly() && run.log.join('\n').contains("as read only.")) {
                     --i;
                     continue;
                 }
