@@ -129,14 +129,13 @@ Outcome setThumbwheelMode(ProdInfo &prodInfo, const QString &text)
     return Outcome::Continue;
 }
 
-constexpr int maxTesselPoints = 16;
-
 Outcome setTesselPointCount(ProdInfo &prodInfo, const QString &text)
 {
     // Text that is not a number counts as 0 points.
     const ushort count = text.toUShort(nullptr, 10);
-    if (count > maxTesselPoints) {
-        LOG_MAIN.critical("Number of calibration points out of range (max %d)", maxTesselPoints);
+    if (count > TesselDACCalibrationMaxPoints) {
+        LOG_MAIN.critical("Number of calibration points out of range (max %d)",
+                          TesselDACCalibrationMaxPoints);
         return Outcome::EndRun;
     }
     LOG_MAIN.debug("Set number of calibration points to %d", count);
@@ -155,8 +154,9 @@ Outcome setTesselPoints(ProdInfo &prodInfo, const QString &text)
         return Outcome::EndRun;
     }
     const int count = values.size() / 2;
-    if (count > maxTesselPoints) {
-        LOG_MAIN.critical("Number of calibration points out of range (max %d)", maxTesselPoints);
+    if (count > TesselDACCalibrationMaxPoints) {
+        LOG_MAIN.critical("Number of calibration points out of range (max %d)",
+                          TesselDACCalibrationMaxPoints);
         return Outcome::EndRun;
     }
     QList<QPoint> points;

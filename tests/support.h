@@ -16,7 +16,9 @@
 
 #include <fcntl.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -41,15 +43,24 @@ inline bool remount(bool writable)
     return true;
 }
 
-// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports.
+// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports. The
+// mount point goes again at exit when this process made it and no other sandbox holds it any more.
 inline QString enter()
 {
     if (geteuid() != 0)
         return "needs root: the factory partition is a tmpfs in a private mount namespace";
-    if (unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        !QDir().mkpath("/factory_data") || ::mount("", "/run", "tmpfs", 0, "size=64k") != 0 ||
-        !QDir().mkpath("/run/product-info"))
+    static bool made = ::mkdir("/factory_data", 0755) == 0;
+    static int mountPoint = ::open("/factory_data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (mountPoint < 0 || ::flock(mountPoint, LOCK_SH) != 0 || unshare(CLONE_NEWNS) != 0 ||
+        ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        ::mount("", "/run", "tmpfs", 0, "size=64k") != 0 || !QDir().mkpath("/run/product-info"))
         return QString("cannot set up a private mount namespace: ") + strerror(errno);
+    std::atexit([] {
+        while (::umount2("/factory_data", MNT_DETACH) == 0) {
+        }
+        if (made && ::flock(mountPoint, LOCK_EX | LOCK_NB) == 0)
+            ::rmdir("/factory_data");
+    });
     return {};
 }
 

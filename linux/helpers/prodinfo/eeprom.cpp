@@ -31,8 +31,7 @@ bool ProdInfo::readEEPROMData(uchar *buffer, int size)
         return false;
     }
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
-        LOG.debug() << ": Failed to open EEPROM file ="
-                    << "/factory_data/eeprom";
+        LOG.debug().noquote() << ": Failed to open EEPROM file =" << FactoryData::eepromPath();
         return false;
     }
     file.seek(0);
@@ -46,73 +45,65 @@ bool ProdInfo::readEEPROMData(uchar *buffer, int size)
 
 bool ProdInfo::readEEPROM(uchar *image)
 {
-    alignas(quint32) uchar buffer[EepromData::Size];
-    if (!readEEPROMData(buffer, EepromData::Size)) {
+    EepromData data;
+    if (!readEEPROMData(reinterpret_cast<uchar *>(&data), sizeof data)) {
         LOG.warning() << ": reading eeprom data failed.";
         m_DataValid = false;
         return false;
     }
-    const quint32 stored = qFromLittleEndian<quint32>(buffer + EepromData::Checksum);
-    if (!validateChecksum(reinterpret_cast<const quint32 *>(buffer), EepromData::ChecksumWords, stored)) {
+    constexpr uint words = offsetof(EepromData, Checksum) / sizeof(quint32);
+    if (!validateChecksum(reinterpret_cast<const quint32 *>(&data), words, data.Checksum)) {
         LOG.warning() << ": checksum validation of eeprom data failed. Memory must be initialized.";
         m_DataValid = false;
         return false;
     }
     m_DataValid = true;
-    std::memcpy(image, buffer, EepromData::Size);
+    std::memcpy(image, &data, sizeof data);
     return true;
 }
 
 void ProdInfo::unpackEEPROM()
 {
-    uchar image[EepromData::Size];
-    if (!readEEPROM(image))
+    EepromData image;
+    if (!readEEPROM(reinterpret_cast<uchar *>(&image)))
         return;
 
-    const auto u16 = [&image](int offset) { return int(qFromLittleEndian<quint16>(image + offset)); };
-    const auto s16 = [&image](int offset) { return int(qFromLittleEndian<qint16>(image + offset)); };
-    const auto u32 = [&image](int offset) { return qFromLittleEndian<quint32>(image + offset); };
-    const auto list = [](int offset, int count, auto read) {
-        QListOfInts values;
-        for (int i = 0; i < count; ++i)
-            values.append(read(offset + 2 * i));
-        return values;
+    const auto list = [](const auto &values) {
+        QListOfInts list;
+        for (const auto &value : values)
+            list.append(value);
+        return list;
     };
-
-    m_SuSerial = QString::fromLatin1(reinterpret_cast<const char *>(image + EepromData::SuSerial), 10);
-    m_SuModel = image[EepromData::SuModel];
-    m_ImageSensorType = image[EepromData::ImageSensorType];
-    m_ImageSensorSerial = u32(EepromData::ImageSensorSerial);
-    m_ImageSensorTempCalibration = list(EepromData::ImageSensorTempCalibration, 6, u16);
-    m_BoardTestStatus = image[EepromData::BoardTestStatus];
-    m_SuTestStatus = image[EepromData::SuTestStatus];
-    m_CalibrationStatus = image[EepromData::CalibrationStatus];
-    m_DutStatus = image[EepromData::DutStatus];
-    m_TelvarSensorPos = image[EepromData::TelvarSensorPos];
-    for (int i = 0; i < 3; ++i) {
-        // The identifier bytes are stored highest first.
-        const uchar *block = image + EepromData::TelvarCalib + i * EepromData::TelvarBlockSize;
-        m_TelvarCalib[i] = {block[0], block[3], block[2], block[1], block[4]};
+    m_SuSerial = QString::fromLatin1(image.SuSerial, sizeof image.SuSerial);
+    m_SuModel = image.SuModel;
+    m_ImageSensorType = image.ImageSensorType;
+    m_ImageSensorSerial = image.ImageSensorSerial;
+    m_ImageSensorTempCalibration = list(image.ImageSensorTempCalibration);
+    m_BoardTestStatus = image.BoardTestStatus;
+    m_SuTestStatus = image.SuTestStatus;
+    m_CalibrationStatus = image.CalibrationStatus;
+    m_DutStatus = image.DutStatus;
+    m_TelvarSensorPos = image.TelvarSensorPos;
+    for (int i = 0; i < TelvarCalibrationSets; ++i) {
+        const EepromData::TelvarBlock &block = image.TelvarCalib[i];
+        m_TelvarCalib[i] = {block.EquipmentId, block.Id0, block.Id1, block.Id2, block.Pos};
     }
-    m_WifiRegion = u32(EepromData::WifiRegion);
-    m_UsbPower = image[EepromData::UsbPower];
-    m_AuxDebug = image[EepromData::AuxDebug];
-    m_IrFilterType = image[EepromData::IrFilterType];
-    m_ShellColor = image[EepromData::ShellColor];
-    m_TraceLevel = u32(EepromData::TraceLevel);
-    m_SucDebugEnableMask = u32(EepromData::SucDebugEnableMask);
-    m_ImxDebugEnableMask = u32(EepromData::ImxDebugEnableMask);
-    m_AccelerometerCalibration = list(EepromData::AccelerometerCalibration, 10, s16);
-    m_AccelerometerCalibrationExt = list(EepromData::AccelerometerCalibrationExt, 18, s16);
-    m_ProximityCalibration = list(EepromData::ProximityCalibration, 2, s16);
-    m_ThumbwheelMode = image[EepromData::ThumbwheelMode];
-    m_NrofTesselDACCalibrationValues = image[EepromData::NrofTesselDACCalibrationValues];
-    // All 16 points are kept, whatever the count says.
+    m_WifiRegion = image.WifiRegion;
+    m_UsbPower = image.UsbPower;
+    m_AuxDebug = image.AuxDebug;
+    m_IrFilterType = image.IrFilterType;
+    m_ShellColor = image.ShellColor;
+    m_TraceLevel = image.TraceLevel;
+    m_SucDebugEnableMask = image.SucDebugEnableMask;
+    m_ImxDebugEnableMask = image.ImxDebugEnableMask;
+    m_AccelerometerCalibration = list(image.AccelerometerCalibration);
+    m_AccelerometerCalibrationExt = list(image.AccelerometerCalibrationExt);
+    m_ProximityCalibration = list(image.ProximityCalibration);
+    m_ThumbwheelMode = image.ThumbwheelMode;
+    m_NrofTesselDACCalibrationValues = image.NrofTesselDACCalibrationValues;
     m_TesselDACCalibration.clear();
-    for (int k = 0; k < 16; ++k) {
-        const int point = EepromData::TesselDACCalibration + 4 * k;
-        m_TesselDACCalibration.append(QPoint(u16(point), u16(point + 2)));
-    }
+    for (const EepromData::Point &point : image.TesselDACCalibration)
+        m_TesselDACCalibration.append(QPoint(point.x, point.y));
 }
 
 void ProdInfo::convertFromEepromToSettings()
@@ -124,11 +115,10 @@ void ProdInfo::convertFromEepromToSettings()
     if (!window.isOpen())
         return;
     window.write([this](QSettings &settings) {
-        const auto fields = settingsFields();
-        for (int i = 0; i < EepromFieldCount; ++i) {
-            const QVariant value =
-                std::visit([](auto *member) { return writtenForm(*member); }, fields[i].member);
-            settings.setValue(fields[i].key, value);
+        for (const SettingsField &field : settingsFields()) {
+            if (field.inEeprom)
+                settings.setValue(field.key,
+                                  std::visit([](auto *m) { return writtenForm(*m); }, field.member));
         }
     });
     window.close();

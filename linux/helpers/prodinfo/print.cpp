@@ -54,7 +54,8 @@ void ProdInfo::print()
     for (int value : m_ImageSensorTempCalibration)
         temperatureCalibration += QStringLiteral("%1,").arg(value);
     temperatureCalibration.chop(1);
-    printInline("ImageSensorTempCalibration", m_ImageSensorTempCalibration.size() == 6,
+    printInline("ImageSensorTempCalibration",
+                m_ImageSensorTempCalibration.size() == ImageSensorTempCalibrationSize,
                 temperatureCalibration);
 
     printValue("BoardTestStatus:", m_BoardTestStatus);
@@ -71,10 +72,11 @@ void ProdInfo::print()
     printValue("SucDebugEnableMask:", m_SucDebugEnableMask);
     printValue("ImxDebugEnableMask:", m_ImxDebugEnableMask);
 
-    printBlocks("AccelerometerCalibration:", m_AccelerometerCalibration.size() == 10,
-                m_AccelerometerCalibration, 3, "\n - Position %1 x: %2 y: %3 z: %4");
+    printBlocks(
+        "AccelerometerCalibration:", m_AccelerometerCalibration.size() == AccelerometerCalibrationSize,
+        m_AccelerometerCalibration, 3, "\n - Position %1 x: %2 y: %3 z: %4");
 
-    const bool proximityValid = m_ProximityCalibration.size() == 2;
+    const bool proximityValid = m_ProximityCalibration.size() == ProximityCalibrationSize;
     printInline(
         "ProximityCalibration:", proximityValid,
         proximityValid
@@ -83,7 +85,7 @@ void ProdInfo::print()
 
     printValue("ThumbwheelMode      :", m_ThumbwheelMode);
 
-    for (int i = 0; i < 3; ++i) {
+    for (int i = 0; i < TelvarCalibrationSets; ++i) {
         const TelvarCalibration &t = m_TelvarCalib[i];
         const QByteArray prefix = "TelvarCalib" + QByteArray::number(i);
         printValue((prefix + "_EquipmentId:").constData(), t.EquipmentId);
@@ -94,7 +96,7 @@ void ProdInfo::print()
     }
 
     printValue("Nrof TesselDACCalib values:", m_NrofTesselDACCalibrationValues);
-    for (int pos = 0; pos < 16; ++pos) {
+    for (int pos = 0; pos < TesselDACCalibrationMaxPoints; ++pos) {
         // A count above the points stored has nothing to show either.
         if (pos >= m_NrofTesselDACCalibrationValues || pos >= m_TesselDACCalibration.size()) {
             LOG.debug("TesselDACCalibration pos %2d:  (N/A)", pos);
@@ -104,7 +106,8 @@ void ProdInfo::print()
         LOG.debug("TesselDACCalibration pos %2d:  %d,%d", pos, point.x(), point.y());
     }
 
-    printBlocks("AccelerometerCalibrationExt:", m_AccelerometerCalibrationExt.size() == 18,
+    printBlocks("AccelerometerCalibrationExt:",
+                m_AccelerometerCalibrationExt.size() == AccelerometerCalibrationExtSize,
                 m_AccelerometerCalibrationExt, 3, "\n - Position %1 x: %2 y: %3 z: %4");
     printValue("AccelerometerCalibrationTemp:", m_AccelerometerCalibrationTemp);
     const int temperatures = m_AccelerometerTemperatureCalib.size();

@@ -87,9 +87,8 @@ std::array<ProdInfo::SettingsField, ProdInfo::SettingsFieldCount> ProdInfo::sett
         {QStringLiteral("ThumbwheelMode"), &m_ThumbwheelMode},
         {QStringLiteral("NrofTesselDACCalibrationValues"), &m_NrofTesselDACCalibrationValues},
         {QStringLiteral("TesselDACCalibration"), &m_TesselDACCalibration},
-        // Not in the EEPROM image.
-        {QStringLiteral("Accelerometer/CalibrationTemp"), &m_AccelerometerCalibrationTemp},
-        {QStringLiteral("Accelerometer/TemperatureCalib"), &m_AccelerometerTemperatureCalib},
+        {QStringLiteral("Accelerometer/CalibrationTemp"), &m_AccelerometerCalibrationTemp, false},
+        {QStringLiteral("Accelerometer/TemperatureCalib"), &m_AccelerometerTemperatureCalib, false},
     }};
 }
 
@@ -99,7 +98,7 @@ QString ProdInfo::keyOf(const void *member)
         if (std::visit([](auto *m) -> const void * { return m; }, field.member) == member)
             return field.key;
     }
-    Q_UNREACHABLE();
+    Q_ASSERT_X(false, "keyOf", "a member without a key");
     return {};
 }
 

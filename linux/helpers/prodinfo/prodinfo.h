@@ -7,8 +7,10 @@
 #include <QPoint>
 #include <QString>
 #include <QVariantList>
+#include <QtEndian>
 
 #include <array>
+#include <cstddef>
 #include <variant>
 
 // One focus-sensor (Telvar) calibration set.
@@ -21,42 +23,83 @@ struct TelvarCalibration
     quint8 Pos;
 };
 
-// Layout of the 256-byte EEPROM image: byte offsets of its little-endian fields.
+// How many values each calibration table holds, wherever it is stored, checked, imported or shown.
+constexpr int SuSerialMaxLength = 10;
+constexpr int ImageSensorTempCalibrationSize = 6;
+constexpr int AccelerometerCalibrationSize = 10;
+constexpr int AccelerometerCalibrationExtSize = 18;
+constexpr int ProximityCalibrationSize = 2;
+constexpr int TelvarCalibrationSets = 3;
+constexpr int TelvarCalibrationSize = 5; // EquipmentId, Id0, Id1, Id2, Pos
+constexpr int TesselDACCalibrationMaxPoints = 16;
+
+// The 256-byte EEPROM image as it is stored: little-endian fields one after the other, readable by name on
+// any host. Every field lies at its natural alignment, so no packing is needed; the asserts below hold the
+// record to the stored layout on every compiler.
 struct EepromData
 {
-    enum Offset {
-        SuSerial = 0,                        // 10 Latin-1 characters, no terminator
-        SuModel = 10,                        // u8
-        ImageSensorType = 11,                // u8
-        ImageSensorSerial = 12,              // u32
-        ImageSensorTempCalibration = 16,     // 6 x u16
-        BoardTestStatus = 28,                // u8
-        SuTestStatus = 29,                   // u8
-        CalibrationStatus = 30,              // u8
-        DutStatus = 31,                      // u8
-        TelvarSensorPos = 32,                // u8
-        TelvarCalib = 33,                    // 3 blocks of 5 bytes: EquipmentId, Id2, Id1, Id0, Pos
-        WifiRegion = 48,                     // u32
-        UsbPower = 52,                       // u8
-        AuxDebug = 53,                       // u8
-        IrFilterType = 54,                   // u8
-        ShellColor = 55,                     // u8
-        TraceLevel = 56,                     // u32
-        SucDebugEnableMask = 60,             // u32
-        ImxDebugEnableMask = 64,             // u32
-        AccelerometerCalibration = 68,       // 10 x s16
-        ProximityCalibration = 88,           // 2 x s16
-        ThumbwheelMode = 92,                 // u8
-        NrofTesselDACCalibrationValues = 93, // u8
-        TesselDACCalibration = 94,           // 16 points of u16 x, u16 y
-        AccelerometerCalibrationExt = 158,   // 18 x s16
-        Reserved = 194,                      // 58 bytes, only checksummed
-        Checksum = 252,                      // u32 over the 63 words before it
+    // A Telvar calibration stores its identifier bytes highest first.
+    struct TelvarBlock
+    {
+        quint8 EquipmentId;
+        quint8 Id2;
+        quint8 Id1;
+        quint8 Id0;
+        quint8 Pos;
     };
-    static constexpr int TelvarBlockSize = 5;
-    static constexpr int Size = 256;
-    static constexpr uint ChecksumWords = Checksum / 4;
+    struct Point
+    {
+        quint16_le x;
+        quint16_le y;
+    };
+
+    char SuSerial[SuSerialMaxLength]; // Latin-1, no terminator
+    quint8 SuModel;
+    quint8 ImageSensorType;
+    quint32_le ImageSensorSerial;
+    quint16_le ImageSensorTempCalibration[ImageSensorTempCalibrationSize];
+    quint8 BoardTestStatus;
+    quint8 SuTestStatus;
+    quint8 CalibrationStatus;
+    quint8 DutStatus;
+    quint8 TelvarSensorPos;
+    TelvarBlock TelvarCalib[TelvarCalibrationSets];
+    quint32_le WifiRegion;
+    quint8 UsbPower;
+    quint8 AuxDebug;
+    quint8 IrFilterType;
+    quint8 ShellColor;
+    quint32_le TraceLevel;
+    quint32_le SucDebugEnableMask;
+    quint32_le ImxDebugEnableMask;
+    qint16_le AccelerometerCalibration[AccelerometerCalibrationSize];
+    qint16_le ProximityCalibration[ProximityCalibrationSize];
+    quint8 ThumbwheelMode;
+    quint8 NrofTesselDACCalibrationValues;
+    Point TesselDACCalibration[TesselDACCalibrationMaxPoints]; // all of them, whatever the count says
+    qint16_le AccelerometerCalibrationExt[AccelerometerCalibrationExtSize];
+    quint8 Reserved[58]; // not interpreted, only checksummed
+    quint32_le Checksum; // over the words before it
 };
+static_assert(sizeof(EepromData) == 256 && sizeof(EepromData::TelvarBlock) == TelvarCalibrationSize);
+static_assert(offsetof(EepromData, SuModel) == 10 && offsetof(EepromData, ImageSensorType) == 11 &&
+              offsetof(EepromData, ImageSensorSerial) == 12 &&
+              offsetof(EepromData, ImageSensorTempCalibration) == 16 &&
+              offsetof(EepromData, BoardTestStatus) == 28 && offsetof(EepromData, SuTestStatus) == 29 &&
+              offsetof(EepromData, CalibrationStatus) == 30 && offsetof(EepromData, DutStatus) == 31 &&
+              offsetof(EepromData, TelvarSensorPos) == 32 && offsetof(EepromData, TelvarCalib) == 33 &&
+              offsetof(EepromData, WifiRegion) == 48 && offsetof(EepromData, UsbPower) == 52 &&
+              offsetof(EepromData, AuxDebug) == 53 && offsetof(EepromData, IrFilterType) == 54 &&
+              offsetof(EepromData, ShellColor) == 55 && offsetof(EepromData, TraceLevel) == 56 &&
+              offsetof(EepromData, SucDebugEnableMask) == 60 &&
+              offsetof(EepromData, ImxDebugEnableMask) == 64 &&
+              offsetof(EepromData, AccelerometerCalibration) == 68 &&
+              offsetof(EepromData, ProximityCalibration) == 88 &&
+              offsetof(EepromData, ThumbwheelMode) == 92 &&
+              offsetof(EepromData, NrofTesselDACCalibrationValues) == 93 &&
+              offsetof(EepromData, TesselDACCalibration) == 94 &&
+              offsetof(EepromData, AccelerometerCalibrationExt) == 158 &&
+              offsetof(EepromData, Reserved) == 194 && offsetof(EepromData, Checksum) == 252);
 
 // The camera's production configuration: every value of /factory_data/settings.ini as a typed member
 // and a property. Writes go through a short writable remount of the factory partition and are
@@ -168,11 +211,11 @@ private:
     {
         QString key; // a literal: every reload reads all 41 keys, and a literal costs no conversion
         Member member;
+        bool inEeprom = true; // what the EEPROM import writes
     };
     static constexpr int SettingsFieldCount = 41;
-    // The first 39 are also what the EEPROM image fills.
-    static constexpr int EepromFieldCount = 39;
     std::array<SettingsField, SettingsFieldCount> settingsFields();
+    // The key of a member of the table; empty for any other, and setConfigParam refuses an empty key.
     QString keyOf(const void *member);
 
     // Writes `value` under the key of `member` and tells whether the reload brought it back.
@@ -206,7 +249,7 @@ private:
     uint m_ImxDebugEnableMask = 0;
     QListOfInts m_AccelerometerCalibration;
     QListOfInts m_ProximityCalibration;
-    TelvarCalibration m_TelvarCalib[3] = {};
+    TelvarCalibration m_TelvarCalib[TelvarCalibrationSets] = {};
     bool m_DataValid = false;
     quint8 m_ThumbwheelMode = 0;
     quint8 m_NrofTesselDACCalibrationValues = 0;

@@ -9,8 +9,8 @@
 
 bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
 {
-    // Only the initialisation and the EEPROM import may create the file.
-    if (!QFileInfo::exists(FactoryData::settingsPath()))
+    // Only the initialisation and the EEPROM import may create the file. A member without a key has none.
+    if (key.isEmpty() || !QFileInfo::exists(FactoryData::settingsPath()))
         return false;
     FactoryData::WriteWindow window(LOG_SITE);
     if (!window.isOpen())
@@ -45,7 +45,7 @@ bool ProdInfo::store(const T &member, const T &value)
 
 bool ProdInfo::setSuSerial(const QString &serial)
 {
-    if (serial.size() > 10) {
+    if (serial.size() > SuSerialMaxLength) {
         LOG.warning() << QLatin1String("Serial can't be > 10 bytes");
         return false;
     }
@@ -97,17 +97,17 @@ bool ProdInfo::setImageSensorTemperatureCalibration(const QListOfInts &values)
 
 bool ProdInfo::setAccelerometerCalibration(const QListOfInts &values)
 {
-    return storeIntList(m_AccelerometerCalibration, values, 10, __func__);
+    return storeIntList(m_AccelerometerCalibration, values, AccelerometerCalibrationSize, __func__);
 }
 
 bool ProdInfo::setAccelerometerCalibrationExt(const QListOfInts &values)
 {
-    return storeIntList(m_AccelerometerCalibrationExt, values, 18, __func__);
+    return storeIntList(m_AccelerometerCalibrationExt, values, AccelerometerCalibrationExtSize, __func__);
 }
 
 bool ProdInfo::setProximityCalibration(const QListOfInts &values)
 {
-    return storeIntList(m_ProximityCalibration, values, 2, __func__);
+    return storeIntList(m_ProximityCalibration, values, ProximityCalibrationSize, __func__);
 }
 
 bool ProdInfo::setAccelerometerTemperatureCalib(const QListOfInts &values)
@@ -122,9 +122,9 @@ bool ProdInfo::setTesselDACCalibration(const QVariantList &points)
 
 bool ProdInfo::setTesselDACCalibration(const QList<QPoint> &points)
 {
-    constexpr int maxPoints = 16;
-    if (points.size() > maxPoints) {
-        LOG.warning("Too many calibration points given. Got %d, max %d", points.size(), maxPoints);
+    if (points.size() > TesselDACCalibrationMaxPoints) {
+        LOG.warning("Too many calibration points given. Got %d, max %d", points.size(),
+                    TesselDACCalibrationMaxPoints);
         return false;
     }
     // The DACs take 12 bits.
@@ -137,18 +137,18 @@ bool ProdInfo::setTesselDACCalibration(const QList<QPoint> &points)
 
 bool ProdInfo::storeTelvarCalib(int index, const QListOfInts &values, const char *caller)
 {
-    constexpr int fieldCount = 5;
     // A short set would leave old bytes beside new ones in the same calibration.
-    if (values.size() < fieldCount) {
-        LOG_AT(caller).warning() << fieldCount << "values were expected but got" << values;
+    if (values.size() < TelvarCalibrationSize) {
+        LOG_AT(caller).warning() << TelvarCalibrationSize << "values were expected but got" << values;
         return false;
     }
     TelvarCalibration &record = m_TelvarCalib[index];
-    quint8 *fields[fieldCount] = {&record.EquipmentId, &record.Id0, &record.Id1, &record.Id2, &record.Pos};
+    quint8 *fields[TelvarCalibrationSize] = {&record.EquipmentId, &record.Id0, &record.Id1, &record.Id2,
+                                             &record.Pos};
     // Five separate cycles, each attempted whatever the one before it did.
-    for (int i = 0; i < fieldCount; ++i)
+    for (int i = 0; i < TelvarCalibrationSize; ++i)
         setConfigParam(keyOf(fields[i]), values.at(i));
-    return telvarCalib(index) == values.mid(0, fieldCount);
+    return telvarCalib(index) == values.mid(0, TelvarCalibrationSize);
 }
 
 bool ProdInfo::setTelvarCalib0(const QListOfInts &values) { return storeTelvarCalib(0, values, __func__); }
@@ -158,7 +158,7 @@ bool ProdInfo::setTelvarCalib2(const QListOfInts &values) { return storeTelvarCa
 bool ProdInfo::setTelvarCalib(int index, QList<quint8> values)
 {
     QListOfInts list;
-    for (int i = 0; i < qMin(values.size(), 5); ++i)
+    for (int i = 0; i < qMin(values.size(), TelvarCalibrationSize); ++i)
         list.append(values.at(i));
     switch (index) {
     case 0:
