@@ -3,19 +3,11 @@
 
 // What the tests and the fuzz targets share: a real factory partition, a tmpfs at /factory_data in a private
 // mount namespace that only this process and its children see, and the built tool run on it.
-#include <QDateTime>
-#include <QDir>
-#include <QMap>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QThread>
-
-#include <QRandomGenerator>
+#include <QtCore>
 
 #include <csignal>
 
 #include <fcntl.h>
-#include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -34,8 +26,7 @@ namespace Sandbox {
 // read-only remount with EBUSY: the tests' own remounts try again for up to a second.
 inline bool remount(bool writable)
 {
-    int tries = 0;
-    while (::mount("", "/factory_data", "", writable ? MS_REMOUNT : MS_REMOUNT | MS_RDONLY, "") != 0) {
+    for (int tries = 0; ::mount("", "/factory_data", "", MS_REMOUNT | (writable ? 0 : MS_RDONLY), "");) {
         if (errno != EBUSY || ++tries == 100)
             return false;
         QThread::msleep(10);
@@ -87,9 +78,8 @@ inline bool reset(const Files &files, bool writable = false)
 inline bool fill()
 {
     QFile filler("/factory_data/filler");
-    const QByteArray page(4096, 'x');
     bool opened = remount(true) && filler.open(QIODevice::WriteOnly);
-    while (opened && filler.write(page) == page.size() && filler.flush()) {
+    while (opened && filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
     }
     filler.close();
     return opened && remount(false);
@@ -116,13 +106,12 @@ enum Fault { None, NoSysAdmin, Busy };
 
 struct ToolRun
 {
-    int exitCode;    // -1 after a crash
+    int exitCode;    // -1 after a crash or a signal
     QStringList log; // level|function|text a line, without the two start-up messages when they are right
     QByteArray out;
 };
 
-// The tool run to its end on a fresh partition holding `files`.
-// The tool started on the partition as it is, its messages framed: a sanitizer's report is no message.
+// The tool started, its messages framed: a sanitizer's report is no message.
 inline void start(QProcess &tool, QStringList command,
                   const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
@@ -133,7 +122,6 @@ inline void start(QProcess &tool, QStringList command,
     tool.waitForStarted();
 }
 
-// Its end.
 inline ToolRun finish(QProcess &tool)
 {
     tool.waitForFinished(60000);
@@ -168,25 +156,20 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
 }
 
 // Stops the running tool at random moments and calls `act` while it stands still, until `act` says it is
-// done; false when the tool ended first.
+// done or the tool has ended.
 template <typename Act>
-bool whileStopped(QProcess &tool, Act act)
+void whileStopped(QProcess &tool, Act act)
 {
-    const auto stopped = [&tool] {
-        const QByteArray stat = contents(QString("/proc/%1/stat").arg(tool.processId()));
-        return stat.isEmpty() || QByteArray("TtZX").contains(stat.at(stat.lastIndexOf(')') + 2));
-    };
-    while (!tool.waitForFinished(0)) {
+    const QString stat = QString("/proc/%1/stat").arg(tool.processId());
+    for (bool done = false; !done && !tool.waitForFinished(0); ::kill(tool.processId(), SIGCONT)) {
         QThread::usleep(QRandomGenerator::global()->bounded(200));
         ::kill(tool.processId(), SIGSTOP);
-        while (!stopped()) {
-        }
-        const bool done = act();
-        ::kill(tool.processId(), SIGCONT);
-        if (done)
-            return true;
+        QByteArray state; // of the process, once it has stopped or ended
+        do
+            state = contents(stat).split(')').last().trimmed().left(1);
+        while (!state.isEmpty() && !QByteArray("TtZX").contains(state.at(0)));
+        done = act();
     }
-    return false;
 }
 
 #endif // SUPPORT_H
