@@ -1,8 +1,7 @@
 #ifndef SUPPORT_H
 #define SUPPORT_H
 
-// What the tests and the fuzz targets share: a real factory partition, a tmpfs at /factory_data in a private
-// mount namespace that only this process and its children see, and the built tool run on it.
+// A real factory partition, a tmpfs at /factory_data in a private mount namespace, and the tool run on it.
 #include <QtCore>
 
 #include <csignal>
@@ -94,14 +93,7 @@ inline bool isReadOnly()
 
 } // namespace Sandbox
 
-// The built tool, through the cross emulator where there is one.
-inline QStringList toolCommand(const QStringList &arguments)
-{
-    return QString(PRODCONFIG_LAUNCHER).split('|', Qt::SkipEmptyParts) << PRODCONFIG_PATH << arguments;
-}
-
-// What the partition does to the tool: nothing; refuse the writable remount (no CAP_SYS_ADMIN); or refuse the
-// read-only remount (a file held open for writing).
+// No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing).
 enum Fault { None, NoSysAdmin, Busy };
 
 struct ToolRun
@@ -111,13 +103,14 @@ struct ToolRun
     QByteArray out;
 };
 
-// The tool started, its messages framed: a sanitizer's report is no message.
-inline void start(QProcess &tool, QStringList command,
+// The tool started, through the emulator if any; messages framed, so a sanitizer's report is none.
+inline void start(QProcess &tool, const QStringList &arguments, QStringList command = {},
                   const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     environment.insert("QT_MESSAGE_PATTERN", "\x1e" + pattern + "\x1f");
     tool.setProcessEnvironment(environment);
+    command << QString(PRODCONFIG_LAUNCHER).split('|', Qt::SkipEmptyParts) << PRODCONFIG_PATH << arguments;
     tool.start(command.takeFirst(), command);
     tool.waitForStarted();
 }
@@ -145,7 +138,7 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;
     const QStringList noSysAdmin = {"setpriv", "--bounding-set", "-sys_admin", "--"};
-    start(tool, (fault == NoSysAdmin ? noSysAdmin : QStringList()) + toolCommand(arguments), pattern);
+    start(tool, arguments, fault == NoSysAdmin ? noSysAdmin : QStringList(), pattern);
     const ToolRun run = finish(tool);
     ::close(hold);
     // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
@@ -155,8 +148,7 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
     return run;
 }
 
-// Stops the running tool at random moments and calls `act` while it stands still, until `act` says it is
-// done or the tool has ended.
+// Stops the tool at random moments and calls `act` while it stands still, until `act` is done or the tool is.
 template <typename Act>
 void whileStopped(QProcess &tool, Act act)
 {

@@ -1,5 +1,4 @@
-// The built prodconfig on a real factory partition: exit status, every message with its level and function,
-// the settings file afterwards, the partition read-only again, nothing on standard output but the parser's.
+// The built prodconfig on a real factory partition: exit status, messages, the file, the partition, stdout.
 #include "support.h"
 
 #include <QtTest>
@@ -10,19 +9,15 @@ const QString settingsPath = "/factory_data/settings.ini";
 const QByteArray sample = contents(SAMPLES_DIR "/settings.ini"); // every key
 const QByteArray erased(256, '\0');                              // an EEPROM image with a bad checksum
 
-// A valid image whose byte i is i + 48: each field differs from its neighbours, the serial is 0123456789, and
-// the numbers from byte 128 on have their top bit set. The checksum is the XOR of the little-endian words.
+// A valid image whose byte i is i + 48: each field differs from its neighbours, the serial is 0123456789.
 QByteArray validImage()
 {
     QByteArray bytes;
     quint32 sum = 0xDEADBEEF;
-    for (int i = 0; i < 252; ++i) {
-        bytes += char(i + 48);
-        sum ^= quint32(quint8(i + 48)) << 8 * (i % 4);
-    }
-    for (int i = 0; i < 4; ++i)
-        bytes += char(sum >> 8 * i);
-    return bytes;
+    for (int i = 0; i < 252; ++i)
+        sum ^= quint32(quint8(bytes.append(char(i + 48)).back())) << 8 * (i % 4);
+    const quint32_le checksum(sum);
+    return bytes + QByteArray(reinterpret_cast<const char *>(&checksum), 4);
 }
 
 #define D(text) "debug|main|" text "\n"
@@ -37,10 +32,9 @@ QByteArray validImage()
 // One run of the tool on a fresh partition: what it is given, and what it must leave.
 struct Run
 {
-    QString args, log;
-    // The settings file afterwards: the seed's with these key=value lines in place of its own (keys named
-    // without their group), or a whole file; with no seed, a line of the file made from the image.
-    QString file;
+    // The file afterwards: the seed with these key=value lines (keys without group), a whole file, or a line
+    // of the file made from the image when there is no seed.
+    QString args, log, file;
     int exitCode = 0;
     Fault fault = None;
     QByteArray settings = sample, eeprom = erased, out = {}, model = "12\n";
@@ -117,17 +111,16 @@ private slots:
             file << keys;
         }
         row("every option", {args.join(' '), log.join('\n'), file.join('\n')});
-        row("refused values, the run goes on", {"-s XQ123456789 --su-model abc --image-sensor-serial x "
-            "--image-sensor-calib 1,2.5 --telvar-calib0 1,x --telvar-calib1 1,2 -i x --acc-calib 1,2,3 "
-            "--acc-calib-ext 1,,3 --nrof-tessel-dac-calib-values abc --imx-dbg-mask 0x10",
+        row("refused values, the run goes on", {"-s XQ123456789 --su-model abc --image-sensor-calib 1,2.5 "
+            "--telvar-calib0 1,x --telvar-calib1 1,2 -i x --acc-calib 1,2,3 --acc-calib-ext 1,,3 "
+            "--nrof-tessel-dac-calib-values abc --imx-dbg-mask 0x10",
             D("Set serial to \"XQ123456789\"") "warning|setSuSerial|\"Serial can't be > 10 bytes\"\n"
             W("Failed to update serial number.") D("Set SU model \"abc\"") W("Not updated")
-            D("Set image sensor serial \"x\"") W("Not updated") D("Set image sensor calibration \"1,2.5\"")
-            W("Failed to convert value to short \"2.5\"") W("Not updated") D("Set Telvar calibration \"1,x\"")
-            W("Not updated") D("Set Telvar calibration \"1,2\"")
-            "warning|setTelvarCalib1|5 values were expected but got QListOfInts(1,2)\n" W("Not updated")
-            D("Set IR filter type \"x\"") W("Wrong input, expected number") D("Set iMX debug mask \"0x10\"")
-            W("Not updated") D("Set accelerometer calibration \"1,2,3\"")
+            D("Set image sensor calibration \"1,2.5\"") W("Failed to convert value to short \"2.5\"")
+            W("Not updated") D("Set Telvar calibration \"1,x\"") W("Not updated") D("Set Telvar calibration "
+            "\"1,2\"") "warning|setTelvarCalib1|5 values were expected but got QListOfInts(1,2)\n"
+            W("Not updated") D("Set IR filter type \"x\"") W("Wrong input, expected number")
+            D("Set iMX debug mask \"0x10\"") W("Not updated") D("Set accelerometer calibration \"1,2,3\"")
             "warning|setAccelerometerCalibration|10 values were expected but got QListOfInts(1,2,3)\n"
             W("Not updated") D("Set accelerometer calibration extended \"1,,3\"") D("Failed to convert input "
             "to short \"\"") W("Not updated") D("Set number of calibration points to 0") D("Updated"),
@@ -210,88 +203,62 @@ private slots:
                                        : file.count('=') == 39 && file.contains('\n' + run.file));
     }
 
-    // A count above the points stored, and a temperature table, which no image has.
-    void printShapes()
-    {
-        const ToolRun result =
-            runOn({{"settings.ini", "NrofTesselDACCalibrationValues=2\nTesselDACCalibration="
-                                    "@Point(1 2)\n[Accelerometer]\nTemperatureCalib=1, 2, 3, x"}},
-                  {"--print"});
-        QVERIFY(result.log.contains("debug|print|TesselDACCalibration pos  1:  (N/A)"));
-        QVERIFY(result.log.contains(" - Temp 1 t:      1 x:      2 y:      3 z:      0"));
-    }
-
-    // A remount warning names the file of the operation that logged it, not that of a helper.
-    void warningNamesItsFile()
-    {
-        const ToolRun result =
-            runOn({{"settings.ini", sample}}, {"--init"}, NoSysAdmin, "%{file}|%{function}");
-        QVERIFY(result.log.last().endsWith("/linux/helpers/prodinfo/initsettings.cpp|initSettings"));
-    }
-
-    // Faults at each write of a run in turn (the Telvar set is five writes, the Tessel points two), the tool
-    // stopped at random moments until it stands there: the partition filling up right before the write, or
-    // SIGTERM or SIGKILL in its window or the one before. A trace level of 0 is what the file reads as when
-    // the reset has removed it, so neither may a reset that did not reach the file pass for the file.
+    // At each write of a run in turn (a Telvar set is five, the Tessel points two) the tool, stopped at
+    // random moments until it stands there, meets a full partition, SIGTERM or SIGKILL. A trace level of 0 is
+    // what the file reads when the reset removed it: a reset that did not reach the file must not pass for
+    // it.
     void faultsMidRun()
     {
         const QStringList args = QString("--init --telvar-calib0 1,2,3,4,5 --trace-level 0 "
                                          "--acc-calib 1,2,3,4,5,6,7,8,9,0 --tessel-dac-calib 1,2,3,4")
                                      .split(' ');
         // What the writes after the reset leave in the file; "Updated" follows the 6th, 7th, 8th and 10th.
-        const QStringList lines = {"Calib0_EquipmentId=1",
-                                   "Calib0_ID0=2",
-                                   "Calib0_ID1=3",
-                                   "Calib0_ID2=4",
-                                   "Calib0_Pos=5",
-                                   "TraceLevel=0",
-                                   "Calibration=1, 2, 3, 4, 5, 6, 7, 8, 9, 0",
-                                   "NrofTesselDACCalibrationValues=2",
-                                   "TesselDACCalibration=@Point(1 2), @Point(3 4)"};
+        const QStringList lines =
+            QString("Calib0_EquipmentId=1|Calib0_ID0=2|Calib0_ID1=3|Calib0_ID2=4|Calib0_Pos=5|"
+                    "TraceLevel=0|Calibration=1, 2, 3, 4, 5, 6, 7, 8, 9, 0|"
+                    "NrofTesselDACCalibrationValues=2|TesselDACCalibration=@Point(1 2), "
+                    "@Point(3 4)")
+                .split('|');
         const auto writesDone = [&](const QString &file) {
             return int(!file.contains("WifiRegion=")) + // the reset
                    int(std::count_if(lines.cbegin(), lines.cend(),
                                      [&](const QString &line) { return file.contains('\n' + line + '\n'); }));
         };
-        for (int round = qEnvironmentVariable("PRODCONFIG_FAULT_ROUNDS", "3").toInt(); round > 0; --round) {
-            for (int write = 1; write <= 1 + lines.size(); ++write) {
-                for (const int fault : {0, SIGTERM, SIGKILL}) {
-                    ToolRun run;
-                    for (bool placed = false; !placed;) {
-                        QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
-                        QProcess tool;
-                        placed = write == 1 && !fault && Sandbox::fill();
-                        start(tool, toolCommand(args));
-                        whileStopped(tool, [&] {
-                            const bool readOnly = Sandbox::isReadOnly();
-                            const int done = writesDone(contents(settingsPath));
-                            if (done == write - 1 && readOnly == !fault) // between writes, or in a window
-                                placed = placed ||
-                                         (fault ? ::kill(tool.processId(), fault) == 0 : Sandbox::fill());
-                            return placed || done >= write;
-                        });
-                        run = finish(tool);
-                        // A read-only remount refused from outside (see Sandbox::remount): again.
-                        placed = placed && !(fault == SIGTERM && run.log.join(' ').contains("as read only."));
-                    }
+        for (int i = 0; i < qEnvironmentVariable("PRODCONFIG_FAULT_ROUNDS", "3").toInt() * 3 * 10; ++i) {
+            const int write = i / 3 % (1 + lines.size()) + 1,
+                      fault = QVector<int>{0, SIGTERM, SIGKILL}[i % 3];
+            ToolRun run;
+            for (bool placed = false; !placed;) {
+                QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
+                QProcess tool;
+                placed = write == 1 && !fault && Sandbox::fill();
+                start(tool, args);
+                whileStopped(tool, [&] {
+                    const bool readOnly = Sandbox::isReadOnly();
                     const int done = writesDone(contents(settingsPath));
-                    if (fault) {
-                        QVERIFY2(done == write - 1 || done == write, qPrintable(contents(settingsPath)));
-                        QCOMPARE(run.exitCode, -1); // ended by the signal
-                    } else {
-                        QCOMPARE(done, write - 1); // nothing confirmed from the full partition on
-                        QCOMPARE(run.log.filter(QRegularExpression("^debug\\|main\\|Updated\\.?$")).size(),
-                                 int(write > 6) + int(write > 7) + int(write > 8));
-                        QCOMPARE(run.exitCode, int(write <= 9)); // the point count not stored ends the run
-                    }
-                    if (fault !=
-                        SIGKILL) { // nothing of Qt's left beside the file, nor the partition writable
-                        QVERIFY(Sandbox::isReadOnly());
-                        const QStringList files = QDir("/factory_data").entryList(QDir::Files | QDir::Hidden);
-                        QCOMPARE(files, (fault ? QStringList{"settings.ini"}
-                                               : QStringList{"filler", "settings.ini"}));
-                    }
-                }
+                    if (done == write - 1 && readOnly == !fault) // between writes, or in a window
+                        placed = placed || (fault ? ::kill(tool.processId(), fault) == 0 : Sandbox::fill());
+                    return placed || done >= write;
+                });
+                run = finish(tool);
+                // A read-only remount refused from outside (see Sandbox::remount): again.
+                placed = placed && !(fault == SIGTERM && run.log.join(' ').contains("as read only."));
+            }
+            const int done = writesDone(contents(settingsPath));
+            if (fault) {
+                QVERIFY2(done == write - 1 || done == write, qPrintable(contents(settingsPath)));
+                QCOMPARE(run.exitCode, -1); // ended by the signal
+            } else {
+                QCOMPARE(done, write - 1); // nothing confirmed from the full partition on
+                QCOMPARE(run.log.filter(QRegularExpression("^debug\\|main\\|Updated\\.?$")).size(),
+                         int(write > 6) + int(write > 7) + int(write > 8));
+                QCOMPARE(run.exitCode, int(write <= 9)); // the point count not stored ends the run
+            }
+            // Nothing of Qt's left beside the file, nor the partition writable, unless killed.
+            if (fault != SIGKILL) {
+                QVERIFY(Sandbox::isReadOnly());
+                QCOMPARE(QDir("/factory_data").entryList(QDir::Files | QDir::Hidden).join(' '),
+                         QString(fault ? "settings.ini" : "filler settings.ini"));
             }
         }
     }
