@@ -32,8 +32,7 @@ QByteArray validImage()
 // One run of the tool on a fresh partition: what it is given, and what it must leave.
 struct Run
 {
-    // The file afterwards: the seed with these key=value lines (keys without group), a whole file, or a line
-    // of the file made from the image when there is no seed.
+    // The file afterwards: the seed with these key=value lines (no groups), a whole file, or an image's line.
     QString args, log, file;
     int exitCode = 0;
     Fault fault = None;
@@ -254,7 +253,6 @@ private slots:
                          int(write > 6) + int(write > 7) + int(write > 8));
                 QCOMPARE(run.exitCode, int(write <= 9)); // the point count not stored ends the run
             }
-            // Nothing of Qt's left beside the file, nor the partition writable, unless killed.
             if (fault != SIGKILL) {
                 QVERIFY(Sandbox::isReadOnly());
                 QCOMPARE(QDir("/factory_data").entryList(QDir::Files | QDir::Hidden).join(' '),
