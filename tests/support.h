@@ -129,7 +129,6 @@ inline ToolRun finish(QProcess &tool)
     return run;
 }
 
-// The tool run to its end on a fresh partition holding `files`.
 inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
                      const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {

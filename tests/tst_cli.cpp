@@ -167,7 +167,6 @@ private slots:
         // No file: the setters do not make one, nor report a value that happens to be the image's as stored.
         row("EEPROM, writable remount refused", {"--su-model 58", NOT_RW("convertFromEepromToSettings")
             D("Set SU model \"58\"") W("Not updated"), "", 0, NoSysAdmin, {}, validImage()});
-        // The parser answers these itself, before the factory partition is touched.
         row("help", {"--help -t 7", "", "", 0, None, {}, validImage(), contents(TEST_DIR "/help.txt")});
         row("version", {"-v --init", "", "", 0, None, {}, validImage(), "Production Config Tool \n"});
         // clang-format on
