@@ -9,13 +9,13 @@ const QString settingsPath = "/factory_data/settings.ini";
 const QByteArray sample = contents(SAMPLES_DIR "/settings.ini"); // every key
 const QByteArray erased(256, '\0');                              // an EEPROM image with a bad checksum
 
-// A valid image whose byte i is i + 48: each field differs from its neighbours, the serial is 0123456789.
+// A valid image: byte i is i + 48, so each field differs from its neighbours, but the Tessel count is 5.
 QByteArray validImage()
 {
     QByteArray bytes;
     quint32 sum = 0xDEADBEEF;
     for (int i = 0; i < 252; ++i)
-        sum ^= quint32(quint8(bytes.append(char(i + 48)).back())) << 8 * (i % 4);
+        sum ^= quint32(quint8(bytes.append(char(i == 93 ? 5 : i + 48)).back())) << 8 * (i % 4);
     const quint32_le checksum(sum);
     return bytes + QByteArray(reinterpret_cast<const char *>(&checksum), 4);
 }
@@ -112,7 +112,7 @@ private slots:
         row("every option", {args.join(' '), log.join('\n'), file.join('\n')});
         row("refused values, the run goes on", {"-s XQ123456789 --su-model abc --image-sensor-calib 1,2.5 "
             "--telvar-calib0 1,x --telvar-calib1 1,2 -i x --acc-calib 1,2,3 --acc-calib-ext 1,,3 "
-            "--nrof-tessel-dac-calib-values abc --imx-dbg-mask 0x10",
+            "--nrof-tessel-dac-calib-values a --imx-dbg-mask 0x10",
             D("Set serial to \"XQ123456789\"") "warning|setSuSerial|\"Serial can't be > 10 bytes\"\n"
             W("Failed to update serial number.") D("Set SU model \"abc\"") W("Not updated")
             D("Set image sensor calibration \"1,2.5\"") W("Failed to convert value to short \"2.5\"")
