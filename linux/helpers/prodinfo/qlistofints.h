@@ -30,7 +30,7 @@ struct QMetaTypeId<QListOfInts>
             return id;
         const int newId =
             qRegisterMetaType<QListOfInts>("QListOfInts", reinterpret_cast<QListOfInts *>(quintptr(-1)));
-        metatype_id.storeRelease(newId);
+        metatype_id.storeRelease(newId); // first: registering the converter asks for the id
         QMetaType::registerConverter<QListOfInts, QVariantList>(
             static_cast<QVariantList (*)(const QListOfInts &)>(toVariantList));
         return newId;
