@@ -66,9 +66,10 @@ inline bool reset(const Files &files, bool writable = false)
     bool done = ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
-        done = file.open(QIODevice::WriteOnly) && file.write(it.value()) == it.value().size() &&
-               file.setFileTime(QDateTime::fromSecsSinceEpoch(++stamp), QFileDevice::FileModificationTime) &&
-               file.setPermissions(QFile::ReadOwner | QFile::WriteOwner); // kept private, as a camera may
+        done = it.value().isNull() || // no such file
+               (file.open(QIODevice::WriteOnly) && file.write(it.value()) == it.value().size() &&
+                file.setFileTime(QDateTime::fromSecsSinceEpoch(++stamp), QFileDevice::FileModificationTime) &&
+                file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)); // kept private, as a camera may
     }
     return done && (writable || remount(false));
 }

@@ -176,9 +176,7 @@ private slots:
         QFETCH(Run, run);
         QFile platform("/run/product-info/camera-model"); // read by the stand-in product-information library
         QVERIFY(platform.open(QIODevice::WriteOnly) && platform.write(run.model) && platform.flush());
-        Sandbox::Files seed{{"eeprom", run.eeprom}};
-        if (!run.settings.isNull())
-            seed.insert("settings.ini", run.settings);
+        const Sandbox::Files seed{{"eeprom", run.eeprom}, {"settings.ini", run.settings}};
         const ToolRun result = runOn(seed, run.args.split(' ', Qt::SkipEmptyParts), run.fault);
         QCOMPARE(result.exitCode, run.exitCode);
         QCOMPARE(result.log, run.log.split('\n', Qt::SkipEmptyParts));
@@ -239,6 +237,7 @@ private slots:
                     return placed || done >= write;
                 });
                 run = finish(tool);
+                QVERIFY2(placed || writesDone(contents(settingsPath)) >= write, "the run ended early");
                 // A read-only remount refused from outside (see Sandbox::remount): again.
                 placed = placed && !(fault == SIGTERM && run.log.join(' ').contains("as read only."));
             }

@@ -32,7 +32,7 @@ private slots:
     void refusedImage()
     {
         const QStringList files = {"/factory_data/eeprom", "/factory_data/settings.ini"};
-        QVERIFY(Sandbox::reset({{"eeprom", QByteArray(256, '\0')}, {"settings.ini", {}}}));
+        QVERIFY(Sandbox::reset({{"eeprom", QByteArray(256, '\0')}, {"settings.ini", ""}}));
         QByteArray buffer(256, 'x');
         uchar *image = reinterpret_cast<uchar *>(buffer.data());
         QVERIFY(!ProdInfo().readEEPROM(image));
