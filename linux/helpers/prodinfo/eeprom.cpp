@@ -9,6 +9,8 @@
 
 #include <cstring>
 
+#include <sys/stat.h>
+
 quint32 ProdInfo::calculateChecksum(const quint32 *words, uint count)
 {
     quint32 checksum = 0xDEADBEEF;
@@ -114,12 +116,16 @@ void ProdInfo::convertFromEepromToSettings()
     FactoryData::WriteWindow window(LOG_SITE);
     if (!window.isOpen())
         return;
-    window.write([this](QSettings &settings) {
-        for (const SettingsField &field : settingsFields()) {
-            if (field.inEeprom)
-                settings.setValue(field.key,
-                                  std::visit([](auto *m) { return writtenForm(*m); }, field.member));
-        }
-    });
+    // Another run may have made the file since this one looked: its values are not overwritten, and the next
+    // start imports again if this import does not reach the partition.
+    struct stat file;
+    if (::stat(FACTORY_DATA "/settings.ini", &file) != 0 && errno == ENOENT)
+        window.write({}, [this](QSettings &settings) {
+            for (const SettingsField &field : settingsFields()) {
+                if (field.inEeprom)
+                    settings.setValue(field.key,
+                                      std::visit([](auto *m) { return writtenForm(*m); }, field.member));
+            }
+        });
     window.close();
 }

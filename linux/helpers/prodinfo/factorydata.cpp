@@ -1,20 +1,146 @@
 #include "factorydata.h"
 
+#include <QDir>
+#include <QElapsedTimer>
 #include <QSettings>
 
+#include <climits>
 #include <new>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace FactoryData {
 
+namespace {
+
+// A window lasts milliseconds. One that has lasted this long belongs to a run that is stopped or stuck, and
+// a value waiting for it is better reported not stored than held up without end.
+constexpr qint64 LockWaitMs = 5000;
+constexpr useconds_t LockPollUs = 10000;
+
+// Reads an open file to its end; false unless every byte of its size came, and nothing more.
+bool readAll(int fd, QByteArray &bytes)
+{
+    struct stat status;
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size >= INT_MAX)
+        return false;
+    const int size = int(status.st_size);
+    bytes.resize(size + 1); // a byte more than the file has, to see its end
+    int done = 0;
+    ssize_t got;
+    do {
+        got = ::read(fd, bytes.data() + done, size_t(size + 1 - done));
+        done += int(qMax<ssize_t>(got, 0));
+    } while ((got > 0 && done <= size) || (got < 0 && errno == EINTR));
+    bytes.resize(done);
+    return got == 0 && done == size;
+}
+
+bool readFile(const char *path, QByteArray &bytes)
+{
+    const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool read = readAll(fd, bytes);
+    ::close(fd);
+    return read;
+}
+
+bool writeAll(int fd, const QByteArray &bytes)
+{
+    for (int done = 0; done < bytes.size();) {
+        const ssize_t put = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (put < 0 && errno != EINTR)
+            return false;
+        done += int(qMax<ssize_t>(put, 0));
+    }
+    return true;
+}
+
+// Where private copies go: /dev/shm is memory, while the temporary directory of a camera may be flash.
+QByteArray privateDirectory()
+{
+    struct stat shm;
+    return ::stat("/dev/shm", &shm) == 0 && S_ISDIR(shm.st_mode) ? QByteArray("/dev/shm")
+                                                                 : QFile::encodeName(QDir::tempPath());
+}
+
+// Whether `bytes` read back as `meant`, key for key. Qt reports a settings file written when the last of
+// its buffer, or all of it, never reached the disk.
+bool readsBackAs(const QByteArray &bytes, const QVariantMap &meant)
+{
+    const PrivateCopy copy(bytes);
+    if (copy.path().isEmpty())
+        return false;
+    const QSettings settings(copy.path(), QSettings::IniFormat);
+    const QStringList keys = settings.allKeys();
+    // An empty list is written as @Invalid() and reads back as no value at all.
+    const auto asRead = [](const QVariant &value) {
+        const bool list =
+            value.userType() == QMetaType::QVariantList || value.userType() == QMetaType::QStringList;
+        return list && value.toList().isEmpty() ? QVariant() : value;
+    };
+    return keys.size() == meant.size() && std::all_of(keys.cbegin(), keys.cend(), [&](const QString &key) {
+               // An empty key (a line "=x") is no key of ours, and QSettings would complain of it in the log.
+               return meant.contains(key) &&
+                      (key.isEmpty() || asRead(settings.value(key)) == asRead(meant[key]));
+           });
+}
+
+} // namespace
+
+bool readSettings(QByteArray &bytes) { return readFile(FACTORY_DATA "/settings.ini", bytes); }
+
+PrivateCopy::PrivateCopy(const QByteArray &bytes)
+{
+    // The count makes the path new to this process, the random part and O_EXCL keep other processes out.
+    static int made = 0;
+    QByteArray path = privateDirectory() + "/prodconfig." + QByteArray::number(++made) + ".XXXXXX";
+    const int fd = ::mkostemp(path.data(), O_CLOEXEC);
+    if (fd < 0)
+        return;
+    const bool written = writeAll(fd, bytes);
+    if (::close(fd) == 0 && written)
+        m_path = QFile::decodeName(path);
+    else
+        ::unlink(path.constData());
+}
+
+PrivateCopy::~PrivateCopy()
+{
+    if (!m_path.isEmpty())
+        ::unlink(QFile::encodeName(m_path).constData());
+}
+
+bool PrivateCopy::read(QByteArray &bytes) const
+{
+    return !m_path.isEmpty() && readFile(QFile::encodeName(m_path).constData(), bytes);
+}
+
 WriteWindow::WriteWindow(const LogSite &site) : m_site(site)
 {
+    pthread_sigmask(SIG_SETMASK, nullptr, &m_unheld);
+    // Without the mount point the remount below fails and says so.
+    m_mountPoint = ::open(FACTORY_DATA, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    QElapsedTimer waited;
+    waited.start();
+    while (m_mountPoint >= 0 && ::flock(m_mountPoint, LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || waited.hasExpired(LockWaitMs)) {
+            m_closed = true; // another run's window is open: nothing here touches the partition
+            return;
+        }
+        ::usleep(LockPollUs);
+    }
+    // Faults of the process's own are delivered whatever the mask says.
     sigset_t held;
-    sigemptyset(&held);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE})
-        sigaddset(&held, signal);
-    pthread_sigmask(SIG_BLOCK, &held, &m_unheld);
+    sigfillset(&held);
+    for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS})
+        sigdelset(&held, signal);
+    pthread_sigmask(SIG_BLOCK, &held, nullptr);
     // Empty strings rather than null pointers: only the flags change between the two directions.
     m_open = ::mount("", FACTORY_DATA, "", MS_REMOUNT, "") == 0;
     if (!m_open) {
@@ -23,29 +149,66 @@ WriteWindow::WriteWindow(const LogSite &site) : m_site(site)
     }
 }
 
-bool WriteWindow::write(const std::function<void(QSettings &)> &edit)
+WriteWindow::~WriteWindow()
 {
-    try {
-        QSettings settings(settingsPath(), QSettings::IniFormat);
-        // Nothing of an earlier write is left pending (see below), so this is the file as it is.
-        QVariantMap file;
-        for (const QString &key : settings.allKeys())
-            file.insert(key, settings.value(key));
-        edit(settings);
-        settings.sync();
-        // The status keeps the object's first error, which may be an older one (a malformed line). A second
-        // object on the file tries again whatever is still unwritten, and reports only that.
-        if (QSettings(settingsPath(), QSettings::IniFormat).status() == QSettings::NoError)
-            return true;
-        settings.clear();
-        for (auto it = file.cbegin(); it != file.cend(); ++it)
-            settings.setValue(it.key(), it.value());
+    close();
+    if (m_mountPoint >= 0)
+        ::close(m_mountPoint);
+}
+
+bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit)
+{
+    if (!m_open)
         return false;
+    try {
+        QByteArray bytes;
+        QVariantMap meant;
+        {
+            const PrivateCopy copy(base);
+            if (copy.path().isEmpty())
+                return false;
+            QSettings settings(copy.path(), QSettings::IniFormat);
+            edit(settings);
+            settings.sync();
+            for (const QString &key : settings.allKeys())
+                meant.insert(key, key.isEmpty() ? QVariant() : settings.value(key));
+            if (!copy.read(bytes))
+                return false;
+        }
+        return readsBackAs(bytes, meant) && commit(bytes);
     } catch (const std::bad_alloc &) {
         // A value such as @Variant(...) claiming a list of two thousand million items fails its allocation
         // when the file is decoded, before anything is changed.
         return false;
     }
+}
+
+// The bytes go to a temporary file beside the settings file, which takes its place only once every byte is
+// on the disk; the directory is synced after the rename. A power cut leaves the old file or the new one.
+bool WriteWindow::commit(const QByteArray &bytes)
+{
+    static const char path[] = FACTORY_DATA "/settings.ini";
+    struct stat old;
+    const bool replaces = ::stat(path, &old) == 0;
+    if (!replaces && errno != ENOENT)
+        return false;
+    char temporary[] = FACTORY_DATA "/settings.ini.XXXXXX";
+    const int fd = ::mkostemp(temporary, O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    // The file keeps its owner (a camera service's, say) and its mode; a new one gets what a new file of
+    // this process gets.
+    const mode_t umask = ::umask(0);
+    ::umask(umask);
+    bool done = writeAll(fd, bytes) &&
+                (!replaces || (old.st_uid == ::geteuid() && old.st_gid == ::getegid()) ||
+                 ::fchown(fd, old.st_uid, old.st_gid) == 0) &&
+                ::fchmod(fd, replaces ? old.st_mode & 07777 : 0666 & ~umask) == 0 && ::fdatasync(fd) == 0;
+    done = ::close(fd) == 0 && done;
+    done = done && ::rename(temporary, path) == 0;
+    if (!done)
+        ::unlink(temporary);
+    return done && ::fsync(m_mountPoint) == 0;
 }
 
 bool WriteWindow::close()
@@ -56,6 +219,7 @@ bool WriteWindow::close()
             m_site.logger().warning(": Failed to mount %s as read only.", FACTORY_DATA);
             m_leftWritable = true;
         }
+        ::flock(m_mountPoint, LOCK_UN);
         pthread_sigmask(SIG_SETMASK, &m_unheld, nullptr);
     }
     return !m_leftWritable;

@@ -22,35 +22,65 @@ inline QString mountPoint() { return QStringLiteral(FACTORY_DATA); }
 inline QString settingsPath() { return QStringLiteral(FACTORY_DATA "/settings.ini"); }
 inline QString eepromPath() { return QStringLiteral(FACTORY_DATA "/eeprom"); }
 
+// The settings file's bytes as the partition holds them. False when they cannot be told: no file, a failed
+// read, or fewer bytes than the file's size. A guess would be written back over the file as its content.
+bool readSettings(QByteArray &bytes);
+
+// Settings bytes where QSettings can parse and write them: never on the partition, in memory where the
+// system has a tmpfs for it, and under a path that no earlier copy of this process had. Qt caches every
+// file it parsed for the life of the process and parses it again only when its size or time changed, so a
+// reused path could answer with another operation's content. The copy goes with the object, so nothing but
+// a kill in the middle of an operation leaves one behind.
+class PrivateCopy
+{
+public:
+    explicit PrivateCopy(const QByteArray &bytes);
+    ~PrivateCopy();
+    PrivateCopy(const PrivateCopy &) = delete;
+    PrivateCopy &operator=(const PrivateCopy &) = delete;
+
+    // Empty when the copy could not be made.
+    const QString &path() const { return m_path; }
+    // What the copy holds now, after QSettings wrote it.
+    bool read(QByteArray &bytes) const;
+
+private:
+    QString m_path;
+};
+
 // The factory partition made writable for one write of the settings file, and read-only again on every way
-// out of the scope, an exception included. The signals that end a process on the line (a test station's
-// SIGTERM, Ctrl-C, a closed terminal or pipe) are held from before the writable remount until the read-only
-// remount has been tried, and then take effect as they would have: none of them leaves the partition
-// writable, or a lock or temporary file of Qt's on it. Remount failures are logged for `site`.
+// out of the scope, an exception included. Concurrent runs take turns: each window holds a lock on the
+// mount point, taken before the writable remount and waited for only so long, so that a run stopped or
+// stuck in its window cannot hold the others' values, nor they its own, for ever. Every signal that can end
+// or stop the process is held from the writable remount until the read-only remount has been tried, and then
+// takes effect as it would have: none leaves the partition writable or a temporary file on it. Remount
+// failures are logged for `site`.
 class WriteWindow
 {
 public:
     explicit WriteWindow(const LogSite &site);
-    ~WriteWindow() { close(); }
+    ~WriteWindow();
     WriteWindow(const WriteWindow &) = delete;
     WriteWindow &operator=(const WriteWindow &) = delete;
 
-    // Whether the writable remount succeeded.
+    // Whether the lock was taken and the writable remount succeeded.
     bool isOpen() const { return m_open; }
 
-    // Applies `edit` to the settings file and writes it; true when the file holds the result. Qt keeps what
-    // it could not write (no room left) in its per-process cache of the file, where every later reload and
-    // write of the run would take it for the file's content: that cache is then set back to what the file
-    // holds. A file that Qt cannot decode is not written.
-    bool write(const std::function<void(QSettings &)> &edit);
+    // Applies `edit` to settings parsed from `base` and commits the result as the settings file, whole or not
+    // at all: true only when the partition holds every byte of it. A file that Qt cannot decode is not
+    // written.
+    bool write(const QByteArray &base, const std::function<void(QSettings &)> &edit);
 
-    // Remounts read-only, if the window is open, and lets the held signals through. False when the partition
-    // was left writable.
+    // Remounts read-only, if the window is open, and lets the lock and the held signals go. False when the
+    // partition was left writable.
     bool close();
 
 private:
+    bool commit(const QByteArray &bytes);
+
     LogSite m_site;
     sigset_t m_unheld;
+    int m_mountPoint = -1; // the lock, and the directory synced after a rename in it
     bool m_open = false;
     bool m_closed = false;
     bool m_leftWritable = false;

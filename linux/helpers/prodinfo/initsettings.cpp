@@ -5,10 +5,7 @@
 
 #include <productinfo.h>
 
-#include <QFile>
 #include <QSettings>
-
-#include <new>
 
 namespace {
 
@@ -33,15 +30,6 @@ bool ProdInfo::initSettings()
     if (!window.isOpen())
         return false;
 
-    // Every access to a file that holds a value Qt cannot decode (a @Variant(...) claiming two thousand
-    // million items) fails its allocation. The reset is the way out of such a file, so it is emptied in
-    // place first, which keeps its mode.
-    try {
-        QSettings(FactoryData::settingsPath(), QSettings::IniFormat).allKeys();
-    } catch (const std::bad_alloc &) {
-        QFile(FactoryData::settingsPath()).resize(0);
-    }
-
     // 255 stays when the platform cannot tell the model.
     Version::kroProductInfo info = {0, 255};
     Version::productInfo(&info);
@@ -53,10 +41,8 @@ bool ProdInfo::initSettings()
     if (!model)
         LOG.critical("Unknown camera model!");
 
-    // Cleared through the settings object, the file keeps its mode, and a kill leaves the old file or the
-    // new one.
-    window.write([&](QSettings &settings) {
-        settings.clear();
+    // Written from nothing, so not even a file that Qt cannot decode stands in the way of the reset.
+    window.write({}, [&](QSettings &settings) {
         if (model) {
             settings.setValue(keyOf(&m_SuSerial), QString::fromLatin1(model->suSerial));
             settings.setValue(keyOf(&m_SuModel), model->suModel);

@@ -102,12 +102,18 @@ QString ProdInfo::keyOf(const void *member)
     return {};
 }
 
-void ProdInfo::loadSettings()
-{
-    if (!QFileInfo::exists(FactoryData::settingsPath()))
-        return;
+void ProdInfo::loadSettings() { reload(); }
 
-    const QSettings settings(FactoryData::settingsPath(), QSettings::IniFormat);
+bool ProdInfo::reload()
+{
+    // No file, or one that cannot be read: the members stay as they were.
+    QByteArray file;
+    if (!FactoryData::readSettings(file))
+        return false;
+    const FactoryData::PrivateCopy copy(file);
+    if (copy.path().isEmpty())
+        return false;
+    const QSettings settings(copy.path(), QSettings::IniFormat);
     // Qt throws when a stored @Variant(...) claims more items than memory holds. Such a value reads as
     // missing, like any other that QSettings cannot deliver, so the tool still starts and can reset it.
     const auto value = [&settings](const QString &key, const QVariant &fallback = QVariant()) {
@@ -132,6 +138,7 @@ void ProdInfo::loadSettings()
                    field.member);
     }
     m_DataValid = true;
+    return true;
 }
 
 QListOfInts ProdInfo::telvarCalib(int index) const

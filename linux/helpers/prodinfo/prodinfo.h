@@ -217,6 +217,8 @@ private:
     std::array<SettingsField, SettingsFieldCount> settingsFields();
     // The key of a member of the table; empty for any other, and setConfigParam refuses an empty key.
     QString keyOf(const void *member);
+    // loadSettings, telling whether the file could be read.
+    bool reload();
 
     // Writes `value` under the key of `member` and tells whether the reload brought it back.
     template <typename T>

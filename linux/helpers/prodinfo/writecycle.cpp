@@ -15,14 +15,16 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
     FactoryData::WriteWindow window(LOG_SITE);
     if (!window.isOpen())
         return false;
-    const bool written = window.write([&](QSettings &settings) { settings.setValue(key, value); });
+    // The file as the partition holds it now, under the lock: not as this run last read it, since another
+    // run may have written it meanwhile. A file that cannot be read is not written from a guess.
+    QByteArray file;
+    const bool written = FactoryData::readSettings(file) &&
+                         window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one; nor can a write that did not
-    // reach the file, which would compare equal whenever the value read as missing is the one asked for.
-    if (!window.close() || !written)
-        return false;
-    loadSettings();
-    return true;
+    // reach the file, which would compare equal whenever the value read as missing is the one asked for,
+    // nor a reload that could not read the file.
+    return window.close() && written && reload();
 }
 
 bool ProdInfo::isFactoryDataReady()
