@@ -1,10 +1,13 @@
 # Installation and the Debian package of prodconfig.
 #
-#   cmake --install <build> --strip  bin/prodconfig, stripped; share/man/man1/prodconfig.1.gz;
-#                                     share/doc/prodconfig/messages.md and changelog.gz; the package's
-#                                     lintian overrides, all under the prefix
+#   cmake --install <build> --strip  bin/prodconfig, stripped, and bin/prodconfig-verdict;
+#                                     share/man/man1/prodconfig.1.gz (and prodconfig-verdict.1.gz, a link
+#                                     to it); share/doc/prodconfig/messages.md and changelog.gz, all under
+#                                     the prefix
 #   cpack --config <build>/CPackConfig.cmake -G DEB
-#                                     prodconfig_<version>_<arch>.deb, for the build's target architecture
+#                                     prodconfig_<version>_<arch>.deb, for the build's target architecture:
+#                                     the same files and the package's lintian overrides. Built with the
+#                                     stand-in product-information library, its version is <version>~standin.
 #
 # scripts/package does both for the native build and, when there is a sysroot for the camera, for armhf.
 
@@ -15,6 +18,8 @@ include(GNUInstallDirs)
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 
 install(TARGETS prodconfig RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# The test station's verdict on a run; it runs the prodconfig beside it.
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/station/prodconfig-verdict DESTINATION ${CMAKE_INSTALL_BINDIR})
 # Stripping keeps the .comment section, in which the compiler and its version name themselves; nothing
 # reads it at run time, and Debian's own packages are stripped of it too.
 install(CODE "
@@ -46,6 +51,12 @@ endfunction()
 
 prodconfig_install_compressed(${PROJECT_SOURCE_DIR}/docs/prodconfig.1 prodconfig.1
     ${CMAKE_INSTALL_MANDIR}/man1)
+# The wrapper's manual is the tool's, which has a section on it.
+if(PRODCONFIG_GZIP)
+    set(suffix .gz)
+endif()
+install(CODE "file(CREATE_LINK prodconfig.1${suffix}
+    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/prodconfig-verdict.1${suffix}\" SYMBOLIC)")
 
 # The package's changelog, in Debian's format. Its newest entry must be this version.
 set(PRODCONFIG_CHANGELOG ${PROJECT_SOURCE_DIR}/cmake/changelog)
@@ -61,13 +72,18 @@ prodconfig_install_compressed(${PRODCONFIG_CHANGELOG} changelog ${CMAKE_INSTALL_
 add_custom_target(prodconfig_docs ALL DEPENDS ${PRODCONFIG_DOCS})
 # The operator's reference of every message; the manual page points to it.
 install(FILES ${PROJECT_SOURCE_DIR}/docs/messages.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-# What lintian reports of the package and is so on purpose, each with its reason.
+# What lintian reports of the package and is so on purpose, each with its reason. Only the package
+# carries it: a component that a plain cmake --install leaves out, and that CPack puts into the one
+# package with the rest.
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/lintian-overrides
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME prodconfig)
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME prodconfig
+    COMPONENT package EXCLUDE_FROM_ALL)
+set(CPACK_COMPONENTS_ALL Unspecified package)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME prodconfig)
-set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(PRODCONFIG_PACKAGE_MAINTAINER "Production Config Tool maintainers <prodconfig@example.com>"
     CACHE STRING "Maintainer field of the Debian package")
 set(CPACK_PACKAGE_CONTACT "${PRODCONFIG_PACKAGE_MAINTAINER}")
@@ -76,15 +92,33 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_STRIP_FILES ON)
+# A package built with the stand-in product-information library must never be taken for a camera's: on a
+# camera the stand-in finds no camera model, and --init then removes serial, model and calibration. Its
+# version says so, and sorts before the real package's, which therefore replaces it.
+if(PRODCONFIG_PRODUCTINFO_LIBRARY)
+    set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+    set(summary "reads and writes the camera's production configuration")
+    set(standin "")
+else()
+    set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION}~standin)
+    set(summary "camera production configuration tool, stand-in build: not for a camera")
+    set(standin "
+.
+STAND-IN BUILD, NOT FOR A CAMERA: this package was built with the stand-in
+for the camera's product-information library, which reads the camera model
+from /run/product-info/camera-model. On a camera that file is missing, so
+--init reports an unknown model and removes serial, model and calibration.")
+endif()
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
-    "reads and writes the camera's production configuration
+    "${summary}
 Production Config Tool reads and writes the production configuration of the
 camera: identity, image-sensor, Telvar, accelerometer, proximity and Tessel DAC
 calibration data, factory test-status bytes and debug settings. Everything is
 kept in /factory_data/settings.ini on the read-only factory partition, which
 the tool remounts writable for each change. It can reset the file to the
 camera model's defaults and imports the factory EEPROM image when the file is
-missing. It must run as root (CAP_SYS_ADMIN).")
+missing. It must run as root (CAP_SYS_ADMIN). prodconfig-verdict runs it and
+exits non-zero when a value was not stored or a warning was logged.${standin}")
 
 # The architecture is that of the build's target, not of the machine running cpack; a native build
 # leaves it to dpkg. Pass -DCPACK_DEBIAN_PACKAGE_ARCHITECTURE=<arch> for a target not named here.
