@@ -1,7 +1,9 @@
 #ifndef SUPPORT_H
 #define SUPPORT_H
 
-// A real factory partition, a tmpfs at /factory_data in a private mount namespace, and the tool run on it.
+// A real factory partition at /factory_data in a private mount namespace, and the tool run on it. The
+// partition is a tmpfs, or ext4 on a loop device with whole-second times when PRODCONFIG_TEST_FS is ext4:
+// flash holds faults that a tmpfs hides.
 #include <QtCore>
 
 #include <csignal>
@@ -33,8 +35,9 @@ inline bool remount(bool writable)
     return true;
 }
 
-// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports. The
-// mount point goes again at exit when this process made it and no other sandbox holds it any more.
+// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports, a
+// private /dev/shm the tool's private copies and the loop image. The mount point goes again at exit when this
+// process made it and no other sandbox holds it any more.
 inline QString enter()
 {
     if (geteuid() != 0)
@@ -43,7 +46,8 @@ inline QString enter()
     static int mountPoint = ::open("/factory_data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (mountPoint < 0 || ::flock(mountPoint, LOCK_SH) != 0 || unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("", "/run", "tmpfs", 0, "size=64k") != 0 || !QDir().mkpath("/run/product-info"))
+        ::mount("", "/run", "tmpfs", 0, "size=64k") != 0 || !QDir().mkpath("/run/product-info") ||
+        ::mount("", "/dev/shm", "tmpfs", 0, "size=16m") != 0)
         return QString("cannot set up a private mount namespace: ") + strerror(errno);
     std::atexit([] {
         while (::umount2("/factory_data", MNT_DETACH) == 0) {
@@ -56,33 +60,40 @@ inline QString enter()
 
 using Files = QMap<QString, QByteArray>;
 
-// A fresh partition holding `files`, mode 0600, read-only unless `writable`. Each file gets a time no file
-// had before: QSettings rereads a file it has cached only when its size or time changed.
+// A fresh partition holding `files`, mode 0600 and owned by a camera service, read-only unless `writable`.
 inline bool reset(const Files &files, bool writable = false)
 {
-    static qint64 stamp = 946684800;
     while (::umount2("/factory_data", MNT_DETACH) == 0) {
     }
-    bool done = ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
+    static const bool ext4 = qgetenv("PRODCONFIG_TEST_FS") == "ext4";
+    bool done =
+        ext4
+            ? QProcess::execute("sh", {"-c", "rm -f /dev/shm/part && mkfs.ext4 -q -I 128 /dev/shm/part 8M && "
+                                             "mount -o loop /dev/shm/part /factory_data"}) == 0
+            : ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
         done = it.value().isNull() || // no such file
                (file.open(QIODevice::WriteOnly) && file.write(it.value()) == it.value().size() &&
-                file.setFileTime(QDateTime::fromSecsSinceEpoch(++stamp), QFileDevice::FileModificationTime) &&
-                file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)); // kept private, as a camera may
+                file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
+                ::fchown(file.handle(), 1000, 1000) == 0);
     }
     return done && (writable || remount(false));
 }
 
-// Takes every page left on the partition, as another program's file would.
-inline bool fill()
+// Takes every block left on the partition but `spare`, as another program's file would.
+inline bool fill(int spare = 0)
 {
-    QFile filler("/factory_data/filler");
-    bool opened = remount(true) && filler.open(QIODevice::WriteOnly);
-    while (opened && filler.write(QByteArray(4096, 'x')) == 4096 && filler.flush()) {
+    const int fd = remount(true) ? ::open("/factory_data/filler", O_WRONLY | O_CREAT | O_CLOEXEC, 0600) : -1;
+    const QByteArray block(4096, 'x');
+    for (size_t size = 4096; size; size /= 2) { // ext4 refuses a page that its blocks left cannot take whole
+        while (::write(fd, block.constData(), size) > 0) {
+        }
     }
-    filler.close();
-    return opened && remount(false);
+    struct statvfs fs;
+    const bool filled = ::fsync(fd) == 0 && statvfs("/factory_data", &fs) == 0 &&
+                        ::ftruncate(fd, ::lseek(fd, 0, SEEK_END) - spare * qint64(fs.f_bsize)) == 0;
+    return ::close(fd) == 0 && filled && remount(false);
 }
 
 // What the kernel says, not what the tool believes; quick enough to watch the tool's write windows.
@@ -94,8 +105,9 @@ inline bool isReadOnly()
 
 } // namespace Sandbox
 
-// No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing).
-enum Fault { None, NoSysAdmin, Busy };
+// No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing);
+// one block left on the partition; every sync, or every read, failing with EIO.
+enum Fault { None, NoSysAdmin, Busy, OneBlock, SyncFails, ReadFails };
 
 struct ToolRun
 {
@@ -133,12 +145,18 @@ inline ToolRun finish(QProcess &tool)
 inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
                      const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
-    if (!Sandbox::reset(files, fault == Busy))
+    if (!Sandbox::reset(files, fault == Busy) || (fault == OneBlock && !Sandbox::fill(1)))
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;
-    const QStringList noSysAdmin = {"setpriv", "--bounding-set", "-sys_admin", "--"};
-    start(tool, arguments, fault == NoSysAdmin ? noSysAdmin : QStringList(), pattern);
+    const QStringList fiu = {"fiu-run", "-x", "-c"};
+    const QStringList prefix[] = {{},
+                                  {"setpriv", "--bounding-set", "-sys_admin", "--"},
+                                  {},
+                                  {},
+                                  fiu + QStringList("enable name=posix/io/sync/*,failinfo=5"),
+                                  fiu + QStringList("enable name=posix/io/rw/read,failinfo=5")};
+    start(tool, arguments, prefix[fault], pattern);
     const ToolRun run = finish(tool);
     ::close(hold);
     // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.

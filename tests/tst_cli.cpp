@@ -142,6 +142,13 @@ private slots:
             D("Not updated") D("Setting number of calibration points to 1") NOT_RW("setConfigParam")
             C("Failed to set number of calibration points. Skipping update of calibration point values."),
             "", 1, NoSysAdmin});
+        // A commit that misses an error, or a write made from a file that could not be read, would confirm it.
+        row("one block left: enough for a whole file", {"-b 3", D("Set board test status \"3\"") D("Updated"),
+            "BoardTestStatus=3", 0, OneBlock});
+        row("every sync fails: nothing stored", {"--init -b 3", D("Set board test status \"3\"") W("Not updated"),
+            "", 0, SyncFails});
+        row("every read fails: nothing written from a guess", {"-b 3", D("Set board test status \"3\"")
+            W("Not updated"), "", 0, ReadFails});
         row("read-only remount refused: stored, not confirmed, left writable", {"--su-model 7",
             D("Set SU model \"7\"") NOT_RO("setConfigParam") W("Not updated"), "SuModel=7", 0, Busy});
         row("init: model 12, then a setter", {"--acc-calib-temp -1 --init", D("Set acceleration calibration "
@@ -174,6 +181,8 @@ private slots:
     void runs()
     {
         QFETCH(Run, run);
+        if (run.fault >= SyncFails && !QString(PRODCONFIG_LAUNCHER).isEmpty())
+            QSKIP("fiu-run does not reach into an emulated process");
         QFile platform("/run/product-info/camera-model"); // read by the stand-in product-information library
         QVERIFY(platform.open(QIODevice::WriteOnly) && platform.write(run.model) && platform.flush());
         const Sandbox::Files seed{{"eeprom", run.eeprom}, {"settings.ini", run.settings}};
@@ -194,15 +203,16 @@ private slots:
         if (!run.settings.isNull()) {
             QCOMPARE(file, expected);
             QCOMPARE(QFile::permissions(settingsPath) & 0x7077, QFile::ReadOwner | QFile::WriteOwner);
+            QCOMPARE(QFileInfo(settingsPath).ownerId(), 1000u);
         } else // no file, or the one made from the image, with its 39 keys
             QVERIFY(run.file.isEmpty() ? !QFile::exists(settingsPath)
                                        : file.count('=') == 39 && file.contains('\n' + run.file));
     }
 
     // At each write of a run in turn (a Telvar set is five, the Tessel points two) the tool, stopped at
-    // random moments until it stands there, meets a full partition, SIGTERM or SIGKILL. A trace level of 0 is
-    // what the file reads when the reset removed it: a reset that did not reach the file must not pass for
-    // it.
+    // random moments until it stands there, meets a full partition, a signal that ends it, or SIGKILL. A
+    // trace level of 0 is what the file reads when the reset removed it: a reset that did not reach the file
+    // must not pass for it.
     void faultsMidRun()
     {
         const QStringList args = QString("--init --telvar-calib0 1,2,3,4,5 --trace-level 0 "
@@ -222,7 +232,8 @@ private slots:
         };
         for (int i = 0; i < qEnvironmentVariable("PRODCONFIG_FAULT_ROUNDS", "3").toInt() * 3 * 10; ++i) {
             const int write = i / 3 % (1 + lines.size()) + 1,
-                      fault = QVector<int>{0, SIGTERM, SIGKILL}[i % 3];
+                      fault =
+                          QVector<int>{0, QVector<int>{SIGTERM, SIGUSR1, SIGALRM}[i / 3 % 3], SIGKILL}[i % 3];
             ToolRun run;
             for (bool placed = false; !placed;) {
                 QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
@@ -239,7 +250,7 @@ private slots:
                 run = finish(tool);
                 QVERIFY2(placed || writesDone(contents(settingsPath)) >= write, "the run ended early");
                 // A read-only remount refused from outside (see Sandbox::remount): again.
-                placed = placed && !(fault == SIGTERM && run.log.join(' ').contains("as read only."));
+                placed = placed && !(fault && run.log.join(' ').contains("as read only."));
             }
             const int done = writesDone(contents(settingsPath));
             if (fault) {
@@ -257,6 +268,43 @@ private slots:
                          QString(fault ? "settings.ini" : "filler settings.ini"));
             }
         }
+    }
+
+    // Runs at once take turns at the partition, and none loses what another confirmed. A run stopped in its
+    // window holds the next one up only so long, and that one stores nothing meanwhile.
+    void concurrentRuns()
+    {
+        const QStringList args[] = {
+            QString("--su-test-status 7 --calibration-status 7 --dut-status 7 -b 7").split(' '),
+            QString("-p 7 --shell-color 7 --thumbwheel-mode 0 --telvar-pos 7").split(' ')};
+        for (int round = 0; round < 20; ++round) {
+            QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
+            QProcess tools[2];
+            start(tools[0], args[0]);
+            start(tools[1], args[1]);
+            QCOMPARE((finish(tools[0]).log + finish(tools[1]).log)
+                         .filter(QRegularExpression("\\|Updated$"))
+                         .size(),
+                     8);
+            const QString file = contents(settingsPath);
+            for (const QString &line :
+                 QString("SuTestStatus=7 CalibrationStatus=7 DutStatus=7 BoardTestStatus=7 "
+                         "UsbPower=7 ShellColor=7 ThumbwheelMode=0 TelvarSensorPos=7")
+                     .split(' '))
+                QVERIFY2(file.contains('\n' + line + '\n'), qPrintable(line));
+        }
+        QProcess stopped, waiting;
+        ToolRun run;
+        start(stopped, args[0]);
+        whileStopped(stopped, [&] {
+            if (!Sandbox::isReadOnly())
+                start(waiting, {"-b", "8"});
+            return !Sandbox::isReadOnly() && (run = finish(waiting)).exitCode == 0;
+        });
+        QCOMPARE(run.log,
+                 QStringList({"debug|main|Set board test status \"8\"", "warning|main|Not updated"}));
+        QCOMPARE(finish(stopped).exitCode, 0);
+        QVERIFY(contents(settingsPath).contains("BoardTestStatus=7"));
     }
 };
 
