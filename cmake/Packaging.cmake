@@ -55,8 +55,8 @@ prodconfig_install_compressed(${PROJECT_SOURCE_DIR}/docs/prodconfig.1 prodconfig
 if(PRODCONFIG_GZIP)
     set(suffix .gz)
 endif()
-install(CODE "file(CREATE_LINK prodconfig.1${suffix}
-    \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/prodconfig-verdict.1${suffix}\" SYMBOLIC)")
+set(link \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man1/prodconfig-verdict.1${suffix})
+install(CODE "file(CREATE_LINK prodconfig.1${suffix} \"${link}\" SYMBOLIC)")
 
 # The package's changelog, in Debian's format. Its newest entry must be this version.
 set(PRODCONFIG_CHANGELOG ${PROJECT_SOURCE_DIR}/cmake/changelog)
