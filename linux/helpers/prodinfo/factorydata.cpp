@@ -69,26 +69,15 @@ QByteArray privateDirectory()
                                                                  : QFile::encodeName(QDir::tempPath());
 }
 
-// Whether `bytes` read back as `meant`, key for key. Qt reports a settings file written when the last of
-// its buffer, or all of it, never reached the disk.
-bool readsBackAs(const QByteArray &bytes, const QVariantMap &meant)
+// Whether `bytes` are all that QSettings meant to write, the file of `keys`. Qt reports a file written when
+// the last of its buffer, or all of it, never reached the disk: what reaches it then is the start of the
+// file, cut at some byte. QSettings writes one line a key and ends the file with a line's end, so the whole
+// file is the one start of it that ends a line and holds every key.
+bool isWhole(const QByteArray &bytes, const QStringList &keys)
 {
     const PrivateCopy copy(bytes);
-    if (copy.path().isEmpty())
-        return false;
-    const QSettings settings(copy.path(), QSettings::IniFormat);
-    const QStringList keys = settings.allKeys();
-    // An empty list is written as @Invalid() and reads back as no value at all.
-    const auto asRead = [](const QVariant &value) {
-        const bool list =
-            value.userType() == QMetaType::QVariantList || value.userType() == QMetaType::QStringList;
-        return list && value.toList().isEmpty() ? QVariant() : value;
-    };
-    return keys.size() == meant.size() && std::all_of(keys.cbegin(), keys.cend(), [&](const QString &key) {
-               // An empty key (a line "=x") is no key of ours, and QSettings would complain of it in the log.
-               return meant.contains(key) &&
-                      (key.isEmpty() || asRead(settings.value(key)) == asRead(meant[key]));
-           });
+    return !copy.path().isEmpty() && (bytes.isEmpty() || bytes.endsWith('\n')) &&
+           QSettings(copy.path(), QSettings::IniFormat).allKeys() == keys;
 }
 
 } // namespace
@@ -162,7 +151,7 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
         return false;
     try {
         QByteArray bytes;
-        QVariantMap meant;
+        QStringList keys;
         {
             const PrivateCopy copy(base);
             if (copy.path().isEmpty())
@@ -170,12 +159,11 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
             QSettings settings(copy.path(), QSettings::IniFormat);
             edit(settings);
             settings.sync();
-            for (const QString &key : settings.allKeys())
-                meant.insert(key, key.isEmpty() ? QVariant() : settings.value(key));
+            keys = settings.allKeys();
             if (!copy.read(bytes))
                 return false;
         }
-        return readsBackAs(bytes, meant) && commit(bytes);
+        return isWhole(bytes, keys) && commit(bytes);
     } catch (const std::bad_alloc &) {
         // A value such as @Variant(...) claiming a list of two thousand million items fails its allocation
         // when the file is decoded, before anything is changed.
