@@ -68,8 +68,10 @@ inline bool reset(const Files &files, bool writable = false)
     static const bool ext4 = qgetenv("PRODCONFIG_TEST_FS") == "ext4";
     bool done =
         ext4
-            ? QProcess::execute("sh", {"-c", "rm -f /dev/shm/part && mkfs.ext4 -q -I 128 /dev/shm/part 8M && "
-                                             "mount -o loop /dev/shm/part /factory_data"}) == 0
+            ? QProcess::execute(
+                  "sh",
+                  {"-c", "truncate -s 0 /dev/shm/part && mkfs.ext4 -q -I 128 /dev/shm/part 8M 2>/dev/null && "
+                         "mount -o loop /dev/shm/part /factory_data"}) == 0
             : ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
