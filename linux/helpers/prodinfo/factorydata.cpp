@@ -186,12 +186,12 @@ bool WriteWindow::commit(const QByteArray &bytes)
         return false;
     // The file keeps its owner (a camera service's, say) and its mode; a new one gets what a new file of
     // this process gets.
-    const mode_t umask = ::umask(0);
-    ::umask(umask);
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
     bool done = writeAll(fd, bytes) &&
                 (!replaces || (old.st_uid == ::geteuid() && old.st_gid == ::getegid()) ||
                  ::fchown(fd, old.st_uid, old.st_gid) == 0) &&
-                ::fchmod(fd, replaces ? old.st_mode & 07777 : 0666 & ~umask) == 0 && ::fdatasync(fd) == 0;
+                ::fchmod(fd, replaces ? old.st_mode & 07777 : 0666 & ~mask) == 0 && ::fdatasync(fd) == 0;
     done = ::close(fd) == 0 && done;
     done = done && ::rename(temporary, path) == 0;
     if (!done)
