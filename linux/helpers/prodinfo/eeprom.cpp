@@ -119,7 +119,7 @@ void ProdInfo::convertFromEepromToSettings()
     // Another run may have made the file since this one looked: its values are not overwritten, and the next
     // start imports again if this import does not reach the partition.
     struct stat file;
-    if (::stat(FACTORY_DATA "/settings.ini", &file) != 0 && errno == ENOENT)
+    if (::stat(SETTINGS_FILE, &file) != 0 && errno == ENOENT)
         window.write({}, [this](QSettings &settings) {
             for (const SettingsField &field : settingsFields()) {
                 if (field.inEeprom)

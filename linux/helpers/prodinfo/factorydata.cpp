@@ -22,6 +22,20 @@ namespace {
 constexpr qint64 LockWaitMs = 5000;
 constexpr useconds_t LockPollUs = 10000;
 
+// Takes the lock on the mount point that orders the windows and the reads of concurrent runs, waiting as
+// long as a window may last.
+bool lock(int mountPoint, int operation)
+{
+    QElapsedTimer waited;
+    waited.start();
+    while (::flock(mountPoint, operation | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || waited.hasExpired(LockWaitMs))
+            return false;
+        ::usleep(LockPollUs);
+    }
+    return true;
+}
+
 // Reads an open file to its end; false unless every byte of its size came, and nothing more.
 bool readAll(int fd, QByteArray &bytes)
 {
@@ -82,7 +96,15 @@ bool isWhole(const QByteArray &bytes, const QStringList &keys)
 
 } // namespace
 
-bool readSettings(QByteArray &bytes) { return readFile(FACTORY_DATA "/settings.ini", bytes); }
+bool readSettings(QByteArray &bytes)
+{
+    const int mountPoint = ::open(FACTORY_DATA, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (mountPoint < 0)
+        return false;
+    const bool read = lock(mountPoint, LOCK_SH) && readFile(SETTINGS_FILE, bytes);
+    ::close(mountPoint); // and the lock with it
+    return read;
+}
 
 PrivateCopy::PrivateCopy(const QByteArray &bytes)
 {
@@ -115,14 +137,9 @@ WriteWindow::WriteWindow(const LogSite &site) : m_site(site)
     pthread_sigmask(SIG_SETMASK, nullptr, &m_unheld);
     // Without the mount point the remount below fails and says so.
     m_mountPoint = ::open(FACTORY_DATA, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    QElapsedTimer waited;
-    waited.start();
-    while (m_mountPoint >= 0 && ::flock(m_mountPoint, LOCK_EX | LOCK_NB) != 0) {
-        if ((errno != EWOULDBLOCK && errno != EINTR) || waited.hasExpired(LockWaitMs)) {
-            m_closed = true; // another run's window is open: nothing here touches the partition
-            return;
-        }
-        ::usleep(LockPollUs);
+    if (m_mountPoint >= 0 && !lock(m_mountPoint, LOCK_EX)) {
+        m_closed = true; // another run's window is open: nothing here touches the partition
+        return;
     }
     // Faults of the process's own are delivered whatever the mask says.
     sigset_t held;
@@ -144,6 +161,8 @@ WriteWindow::~WriteWindow()
     if (m_mountPoint >= 0)
         ::close(m_mountPoint);
 }
+
+bool WriteWindow::read(QByteArray &bytes) const { return m_open && readFile(SETTINGS_FILE, bytes); }
 
 bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit)
 {
@@ -175,12 +194,11 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
 // on the disk; the directory is synced after the rename. A power cut leaves the old file or the new one.
 bool WriteWindow::commit(const QByteArray &bytes)
 {
-    static const char path[] = FACTORY_DATA "/settings.ini";
     struct stat old;
-    const bool replaces = ::stat(path, &old) == 0;
+    const bool replaces = ::stat(SETTINGS_FILE, &old) == 0;
     if (!replaces && errno != ENOENT)
         return false;
-    char temporary[] = FACTORY_DATA "/settings.ini.XXXXXX";
+    char temporary[] = SETTINGS_FILE ".XXXXXX";
     const int fd = ::mkostemp(temporary, O_CLOEXEC);
     if (fd < 0)
         return false;
@@ -193,7 +211,7 @@ bool WriteWindow::commit(const QByteArray &bytes)
                  ::fchown(fd, old.st_uid, old.st_gid) == 0) &&
                 ::fchmod(fd, replaces ? old.st_mode & 07777 : 0666 & ~mask) == 0 && ::fdatasync(fd) == 0;
     done = ::close(fd) == 0 && done;
-    done = done && ::rename(temporary, path) == 0;
+    done = done && ::rename(temporary, SETTINGS_FILE) == 0;
     if (!done)
         ::unlink(temporary);
     return done && ::fsync(m_mountPoint) == 0;

@@ -15,15 +15,18 @@ class QSettings;
 
 // Where the production data lives on the camera.
 #define FACTORY_DATA "/factory_data"
+#define SETTINGS_FILE FACTORY_DATA "/settings.ini"
 
 namespace FactoryData {
 
 inline QString mountPoint() { return QStringLiteral(FACTORY_DATA); }
-inline QString settingsPath() { return QStringLiteral(FACTORY_DATA "/settings.ini"); }
+inline QString settingsPath() { return QStringLiteral(SETTINGS_FILE); }
 inline QString eepromPath() { return QStringLiteral(FACTORY_DATA "/eeprom"); }
 
-// The settings file's bytes as the partition holds them. False when they cannot be told: no file, a failed
-// read, or fewer bytes than the file's size. A guess would be written back over the file as its content.
+// The settings file's bytes as the partition holds them, read between the write windows of other runs: the
+// kernel refuses the read-only remount while a file that a window replaced is still open. False when they
+// cannot be told: no file, a failed read, fewer bytes than the file's size, or a window open too long. A
+// guess would be written back over the file as its content.
 bool readSettings(QByteArray &bytes);
 
 // Settings bytes where QSettings can parse and write them: never on the partition, in memory where the
@@ -65,6 +68,9 @@ public:
 
     // Whether the lock was taken and the writable remount succeeded.
     bool isOpen() const { return m_open; }
+
+    // The settings file as the partition holds it now, as readSettings tells it, inside the window.
+    bool read(QByteArray &bytes) const;
 
     // Applies `edit` to settings parsed from `base` and commits the result as the settings file, whole or not
     // at all: true only when the partition holds every byte of it. A file that Qt cannot decode is not

@@ -18,8 +18,8 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
     // The file as the partition holds it now, under the lock: not as this run last read it, since another
     // run may have written it meanwhile. A file that cannot be read is not written from a guess.
     QByteArray file;
-    const bool written = FactoryData::readSettings(file) &&
-                         window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
+    const bool written =
+        window.read(file) && window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one; nor can a write that did not
     // reach the file, which would compare equal whenever the value read as missing is the one asked for,
