@@ -54,8 +54,8 @@ private:
 // The factory partition made writable for one write of the settings file, and read-only again on every way
 // out of the scope, an exception included. Concurrent runs take turns: each window holds a lock on the
 // mount point, taken before the writable remount and waited for only so long, so that a run stopped or
-// stuck in its window cannot hold the others' values, nor they its own, for ever. Every signal that can end
-// or stop the process is held from the writable remount until the read-only remount has been tried, and then
+// stuck in its window holds the others up for seconds, not for ever. Every signal that can end or stop the
+// process is held from before the writable remount until the read-only remount has been tried, and then
 // takes effect as it would have: none leaves the partition writable or a temporary file on it. Remount
 // failures are logged for `site`.
 class WriteWindow
