@@ -172,8 +172,10 @@ private slots:
         row("EEPROM short", {"", "debug|readEEPROMData|: Failed to read entire struct from EEPROM data.\n"
             "warning|readEEPROM|: reading eeprom data failed.", "SuModel=0", 0, None, {}, erased.left(255)});
         // No file: the setters do not make one, nor report a value that happens to be the image's as stored.
-        row("EEPROM, writable remount refused", {"--su-model 58", NOT_RW("convertFromEepromToSettings")
-            D("Set SU model \"58\"") W("Not updated"), "", 0, NoSysAdmin, {}, validImage()});
+        // The print shows the image's values, which no load of a missing file may take away.
+        row("EEPROM, writable remount refused", {"--su-model 58 --print", NOT_RW("convertFromEepromToSettings") +
+            QString(contents(TEST_DIR "/print.txt")).replace("\"7\"\ndebug|main|Updated.", "\"58\"\n" W("Not updated")),
+            "", 0, NoSysAdmin, {}, validImage()});
         row("help", {"--help -t 7", "", "", 0, None, {}, validImage(), contents(TEST_DIR "/help.txt")});
         row("version", {"-v --init", "", "", 0, None, {}, validImage(), "Production Config Tool \n"});
         // clang-format on
@@ -190,6 +192,8 @@ private slots:
         QCOMPARE(result.exitCode, run.exitCode);
         QCOMPARE(result.log, run.log.split('\n', Qt::SkipEmptyParts));
         QCOMPARE(Sandbox::isReadOnly(), run.fault != Busy);
+        QCOMPARE(QDir("/factory_data").entryList({"settings.ini.*"}, QDir::Files | QDir::Hidden),
+                 QStringList());
         // Of the help, not the path the tool was started by, nor the lines of the parser's own options.
         static const QRegularExpression own(
             "(?m)^(Usage: .*|  (-h, --help|--help-all|-v, --version) .*(\n {43}.*)?)\n");
