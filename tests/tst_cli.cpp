@@ -136,9 +136,11 @@ private slots:
         row("point value not an unsigned short", {"--tessel-dac-calib 1,2,65536,4",
             C("Failed to convert value ('65536') to unsigned short."), "", 1});
         // The values are those in the file already, which a refused write must not confirm either.
-        row("writable remount refused", {"--init --su-model 66 --nrof-tessel-dac-calib-values 3 "
-            "--tessel-dac-calib 1,2", NOT_RW("initSettings") D("Set SU model \"66\"") NOT_RW("setConfigParam")
-            W("Not updated") D("Set number of calibration points to 3") NOT_RW("setConfigParam")
+        row("writable remount refused", {"--init --su-model 66 -t 15 --thumbwheel-mode 1 "
+            "--nrof-tessel-dac-calib-values 3 --tessel-dac-calib 1,2", NOT_RW("initSettings") D("Set SU model \"66\"")
+            NOT_RW("setConfigParam") W("Not updated") D("Set image sensor type \"15\"") NOT_RW("setConfigParam")
+            W("Not updated") D("Set thumbwheel mode to 1") NOT_RW("setConfigParam") W("Not updated")
+            D("Set number of calibration points to 3") NOT_RW("setConfigParam")
             D("Not updated") D("Setting number of calibration points to 1") NOT_RW("setConfigParam")
             C("Failed to set number of calibration points. Skipping update of calibration point values."),
             "", 1, NoSysAdmin});
