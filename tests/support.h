@@ -1,9 +1,8 @@
 #ifndef SUPPORT_H
 #define SUPPORT_H
 
-// A real factory partition at /factory_data in a private mount namespace, and the tool run on it. The
-// partition is a tmpfs, or ext4 on a loop device with whole-second times when PRODCONFIG_TEST_FS is ext4:
-// flash holds faults that a tmpfs hides.
+// A real factory partition at /factory_data in a private mount namespace, and the tool run on it: a tmpfs, or
+// ext4 on a loop device (flash holds faults that a tmpfs hides) when PRODCONFIG_TEST_FS is ext4.
 #include <QtCore>
 
 #include <csignal>
@@ -151,14 +150,14 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;
-    const QStringList fiu = {"fiu-run", "-x", "-c"};
-    const QStringList prefix[] = {{},
-                                  {"setpriv", "--bounding-set", "-sys_admin", "--"},
-                                  {},
-                                  {},
-                                  fiu + QStringList("enable name=posix/io/sync/*,failinfo=5"),
-                                  fiu + QStringList("enable name=posix/io/rw/read,failinfo=5")};
-    start(tool, arguments, prefix[fault], pattern);
+    QStringList prefix;
+    if (fault == NoSysAdmin)
+        prefix = QStringList{"setpriv", "--bounding-set", "-sys_admin", "--"};
+    else if (fault >= SyncFails)
+        prefix = QStringList{
+            "fiu-run", "-x", "-c",
+            QString("enable name=posix/io/%1,failinfo=5").arg(fault == SyncFails ? "sync/*" : "rw/read")};
+    start(tool, arguments, prefix, pattern);
     const ToolRun run = finish(tool);
     ::close(hold);
     // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.

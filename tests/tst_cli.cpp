@@ -136,19 +136,21 @@ private slots:
         row("point value not an unsigned short", {"--tessel-dac-calib 1,2,65536,4",
             C("Failed to convert value ('65536') to unsigned short."), "", 1});
         // The values are those in the file already, which a refused write must not confirm either.
-        row("writable remount refused", {"--init --su-model 66 -t 15 --thumbwheel-mode 1 "
-            "--nrof-tessel-dac-calib-values 3 --tessel-dac-calib 1,2", NOT_RW("initSettings") D("Set SU model \"66\"")
-            NOT_RW("setConfigParam") W("Not updated") D("Set image sensor type \"15\"") NOT_RW("setConfigParam")
-            W("Not updated") D("Set thumbwheel mode to 1") NOT_RW("setConfigParam") W("Not updated")
-            D("Set number of calibration points to 3") NOT_RW("setConfigParam")
-            D("Not updated") D("Setting number of calibration points to 1") NOT_RW("setConfigParam")
+        row("writable remount refused", {"--init --su-model 66 --image-sensor-serial 1234567 "
+            "--thumbwheel-mode 1 --nrof-tessel-dac-calib-values 3 --tessel-dac-calib 1,2",
+            NOT_RW("initSettings") D("Set SU model \"66\"") NOT_RW("setConfigParam") W("Not updated")
+            D("Set image sensor serial \"1234567\"") NOT_RW("setConfigParam") W("Not updated")
+            D("Set thumbwheel mode to 1") NOT_RW("setConfigParam") W("Not updated")
+            D("Set number of calibration points to 3") NOT_RW("setConfigParam") D("Not updated")
+            D("Setting number of calibration points to 1") NOT_RW("setConfigParam")
             C("Failed to set number of calibration points. Skipping update of calibration point values."),
             "", 1, NoSysAdmin});
-        // A commit that misses an error, or a write made from a file that could not be read, would confirm it.
-        row("one block left: enough for a whole file", {"-b 3", D("Set board test status \"3\"") D("Updated"),
-            "BoardTestStatus=3", 0, OneBlock});
-        row("every sync fails: nothing stored", {"--init -b 1", D("Set board test status \"1\"") W("Not updated"),
-            "", 0, SyncFails}); // the file holds 1 already: the reload must not be taken for the write
+        // A commit that misses an error, or a write made from a file that could not be read, confirms it.
+        row("one block left: enough for a whole file", {"-b 3", D("Set board test status \"3\"")
+            D("Updated"), "BoardTestStatus=3", 0, OneBlock});
+        // The file holds 1 already: the reload must not be taken for the write.
+        row("every sync fails: nothing stored", {"--init -b 1", D("Set board test status \"1\"")
+            W("Not updated"), "", 0, SyncFails});
         row("every read fails: nothing written from a guess", {"-b 3", D("Set board test status \"3\"")
             W("Not updated"), "", 0, ReadFails});
         row("read-only remount refused: stored, not confirmed, left writable", {"--su-model 7",
@@ -173,11 +175,10 @@ private slots:
             "eeprom data failed. Memory must be initialized.", "WifiRegion=4294967295", 0, None, {}, erased});
         row("EEPROM short", {"", "debug|readEEPROMData|: Failed to read entire struct from EEPROM data.\n"
             "warning|readEEPROM|: reading eeprom data failed.", "SuModel=0", 0, None, {}, erased.left(255)});
-        // No file: the setters do not make one, nor report a value that happens to be the image's as stored.
-        // The print shows the image's values, which no load of a missing file may take away.
-        row("EEPROM, writable remount refused", {"--su-model 58 --print", NOT_RW("convertFromEepromToSettings") +
-            QString(contents(TEST_DIR "/print.txt")).replace("\"7\"\ndebug|main|Updated.", "\"58\"\n" W("Not updated")),
-            "", 0, NoSysAdmin, {}, validImage()});
+        // No file: the setters make none nor report the image's value as stored; the print shows the image's.
+        row("EEPROM, remount refused", {"--su-model 58 --print", NOT_RW("convertFromEepromToSettings") +
+            QString(contents(TEST_DIR "/print.txt")).replace("\"7\"\ndebug|main|Updated.", "\"58\"\n"
+            W("Not updated")), "", 0, NoSysAdmin, {}, validImage()});
         row("help", {"--help -t 7", "", "", 0, None, {}, validImage(), contents(TEST_DIR "/help.txt")});
         row("version", {"-v --init", "", "", 0, None, {}, validImage(), "Production Config Tool \n"});
         // clang-format on
@@ -222,7 +223,6 @@ private slots:
         const QStringList args = QString("--init --telvar-calib0 1,2,3,4,5 --trace-level 0 "
                                          "--acc-calib 1,2,3,4,5,6,7,8,9,0 --tessel-dac-calib 1,2,3,4")
                                      .split(' ');
-        // What the writes after the reset leave in the file.
         const QStringList lines =
             QString("Calib0_EquipmentId=1|Calib0_ID0=2|Calib0_ID1=3|Calib0_ID2=4|Calib0_Pos=5|"
                     "TraceLevel=0|Calibration=1, 2, 3, 4, 5, 6, 7, 8, 9, 0|"
