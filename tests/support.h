@@ -65,13 +65,10 @@ inline bool reset(const Files &files, bool writable = false)
     while (::umount2("/factory_data", MNT_DETACH) == 0) {
     }
     static const bool ext4 = qgetenv("PRODCONFIG_TEST_FS") == "ext4";
-    bool done =
-        ext4
-            ? QProcess::execute(
-                  "sh",
-                  {"-c", "truncate -s 0 /dev/shm/part && mkfs.ext4 -q -I 128 /dev/shm/part 8M 2>/dev/null && "
-                         "mount -o loop /dev/shm/part /factory_data"}) == 0
-            : ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
+    bool done = ext4 ? QProcess::execute("sh", {"-c", "truncate -s 0 /dev/shm/flash.img && mkfs.ext4 -q -I "
+                                                      "128 /dev/shm/flash.img 8M 2>/dev/null && "
+                                                      "mount -o loop /dev/shm/flash.img /factory_data"}) == 0
+                     : ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
         done = it.value().isNull() || // no such file
@@ -107,8 +104,8 @@ inline bool isReadOnly()
 } // namespace Sandbox
 
 // No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing);
-// one block left on the partition; every sync, or every read, failing with EIO.
-enum Fault { None, NoSysAdmin, Busy, OneBlock, SyncFails, ReadFails };
+// no room left on the partition, or one block; every sync, or every read, failing with EIO.
+enum Fault { None, NoSysAdmin, Busy, NoRoom, OneBlock, SyncFails, ReadFails };
 
 struct ToolRun
 {
@@ -146,7 +143,8 @@ inline ToolRun finish(QProcess &tool)
 inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
                      const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
-    if (!Sandbox::reset(files, fault == Busy) || (fault == OneBlock && !Sandbox::fill(1)))
+    if (!Sandbox::reset(files, fault == Busy) ||
+        ((fault == NoRoom || fault == OneBlock) && !Sandbox::fill(fault == OneBlock)))
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;

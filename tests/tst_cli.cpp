@@ -149,6 +149,8 @@ private slots:
         row("one block left: enough for a whole file", {"-b 3", D("Set board test status \"3\"")
             D("Updated"), "BoardTestStatus=3", 0, OneBlock});
         // The file holds 1 already: the reload must not be taken for the write.
+        row("no room left: nothing stored", {"--init -b 1", D("Set board test status \"1\"") W("Not updated"),
+            "", 0, NoRoom});
         row("every sync fails: nothing stored", {"--init -b 1", D("Set board test status \"1\"")
             W("Not updated"), "", 0, SyncFails});
         row("every read fails: nothing written from a guess", {"-b 3", D("Set board test status \"3\"")

@@ -22,8 +22,10 @@ namespace {
 constexpr qint64 LockWaitMs = 5000;
 constexpr useconds_t LockPollUs = 10000;
 
-// Takes the lock on the mount point that orders the windows and the reads of concurrent runs, waiting as
-// long as a window may last.
+// The mount point's directory, whose lock orders the windows and the reads of concurrent runs.
+int openMountPoint() { return ::open(FACTORY_DATA, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
+
+// Takes that lock, waiting as long as a window may last.
 bool lock(int mountPoint, int operation)
 {
     QElapsedTimer waited;
@@ -48,7 +50,8 @@ bool readAll(int fd, QByteArray &bytes)
     ssize_t got;
     do {
         got = ::read(fd, bytes.data() + done, size_t(size + 1 - done));
-        done += int(qMax<ssize_t>(got, 0));
+        if (got > 0)
+            done += int(got);
     } while ((got > 0 && done <= size) || (got < 0 && errno == EINTR));
     bytes.resize(done);
     return got == 0 && done == size;
@@ -68,9 +71,11 @@ bool writeAll(int fd, const QByteArray &bytes)
 {
     for (int done = 0; done < bytes.size();) {
         const ssize_t put = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (put < 0 && errno != EINTR)
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put <= 0)
             return false;
-        done += int(qMax<ssize_t>(put, 0));
+        done += int(put);
     }
     return true;
 }
@@ -98,7 +103,7 @@ bool isWhole(const QByteArray &bytes, const QStringList &keys)
 
 bool readSettings(QByteArray &bytes)
 {
-    const int mountPoint = ::open(FACTORY_DATA, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int mountPoint = openMountPoint();
     if (mountPoint < 0)
         return false;
     const bool read = lock(mountPoint, LOCK_SH) && readFile(SETTINGS_FILE, bytes);
@@ -136,7 +141,7 @@ WriteWindow::WriteWindow(const LogSite &site) : m_site(site)
 {
     pthread_sigmask(SIG_SETMASK, nullptr, &m_unheld);
     // Without the mount point the remount below fails and says so.
-    m_mountPoint = ::open(FACTORY_DATA, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    m_mountPoint = openMountPoint();
     if (m_mountPoint >= 0 && !lock(m_mountPoint, LOCK_EX)) {
         m_closed = true; // another run's window is open: nothing here touches the partition
         return;
