@@ -114,7 +114,8 @@ Outcome setConsole(ProdInfo &prodInfo, const QString &text)
 {
     const quint8 console = text == QLatin1String("suc") ? 1 : text == QLatin1String("imx") ? 2 : 0;
     LOG_MAIN.debug() << "Set AUX console to" << text << "value" << int(console);
-    prodInfo.setAuxDebug(console);
+    if (!prodInfo.setAuxDebug(console))
+        LOG_MAIN.warning() << "Not updated";
     return Outcome::Continue;
 }
 

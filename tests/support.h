@@ -104,8 +104,8 @@ inline bool isReadOnly()
 } // namespace Sandbox
 
 // No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing);
-// no room left on the partition, or one block; every sync, or every read, failing with EIO.
-enum Fault { None, NoSysAdmin, Busy, NoRoom, OneBlock, SyncFails, ReadFails };
+// no room left on the partition, or two blocks; every sync, or every read, failing with EIO.
+enum Fault { None, NoSysAdmin, Busy, NoRoom, TwoBlocks, SyncFails, ReadFails };
 
 struct ToolRun
 {
@@ -144,7 +144,7 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
                      const QByteArray &pattern = "%{type}|%{function}|%{message}")
 {
     if (!Sandbox::reset(files, fault == Busy) ||
-        ((fault == NoRoom || fault == OneBlock) && !Sandbox::fill(fault == OneBlock)))
+        ((fault == NoRoom || fault == TwoBlocks) && !Sandbox::fill(fault == TwoBlocks ? 2 : 0)))
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
     QProcess tool;

@@ -9,6 +9,7 @@
 
 #include <cstring>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 quint32 ProdInfo::calculateChecksum(const quint32 *words, uint count)
@@ -27,21 +28,25 @@ bool ProdInfo::validateChecksum(const quint32 *words, uint count, quint32 expect
 
 bool ProdInfo::readEEPROMData(uchar *buffer, int size)
 {
-    QFile file(FactoryData::eepromPath());
     if (!isFactoryDataReady()) {
         LOG.debug() << ": eeprom file is not ready.";
         return false;
     }
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) {
+    // Only a regular file is opened, and without waiting: a FIFO or a device in its place holds no run up.
+    const QByteArray path = QFile::encodeName(FactoryData::eepromPath());
+    struct stat status;
+    const int fd = ::stat(path.constData(), &status) == 0 && S_ISREG(status.st_mode)
+                       ? ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
+                       : -1;
+    QFile file;
+    if (fd < 0 || !file.open(fd, QIODevice::ReadOnly | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle)) {
         LOG.debug().noquote() << ": Failed to open EEPROM file =" << FactoryData::eepromPath();
         return false;
     }
-    file.seek(0);
     if (file.read(reinterpret_cast<char *>(buffer), size) != size) {
         LOG.debug() << ": Failed to read entire struct from EEPROM data.";
         return false;
     }
-    file.close();
     return true;
 }
 
@@ -114,18 +119,21 @@ void ProdInfo::convertFromEepromToSettings()
     // they are.
     unpackEEPROM();
     FactoryData::WriteWindow window(LOG_SITE);
-    if (!window.isOpen())
+    if (!window.open()) {
+        if (window.isBusy()) // a failed remount has said why
+            LOG.warning(": Failed to write %s.", SETTINGS_FILE);
         return;
-    // Another run may have made the file since this one looked: its values are not overwritten, and the next
-    // start imports again if this import does not reach the partition.
+    }
+    // Another run may have made the file since this one looked: its values are not overwritten. An import
+    // that does not reach the partition leaves no file, and the next start imports again.
     struct stat file;
-    if (::stat(SETTINGS_FILE, &file) != 0 && errno == ENOENT)
-        window.write({}, [this](QSettings &settings) {
+    if (::stat(SETTINGS_FILE, &file) != 0 && errno == ENOENT &&
+        !window.write({}, [this](QSettings &settings) {
             for (const SettingsField &field : settingsFields()) {
                 if (field.inEeprom)
-                    settings.setValue(field.key,
-                                      std::visit([](auto *m) { return writtenForm(*m); }, field.member));
+                    settings.setValue(field.key, std::visit([](auto *m) { return writtenForm(*m); }, field.member));
             }
-        });
+        }))
+        LOG.warning(": Failed to write %s.", SETTINGS_FILE);
     window.close();
 }

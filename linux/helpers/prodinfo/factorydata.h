@@ -5,6 +5,7 @@
 #include "qlistofints.h"
 
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <functional>
@@ -23,41 +24,30 @@ inline QString mountPoint() { return QStringLiteral(FACTORY_DATA); }
 inline QString settingsPath() { return QStringLiteral(SETTINGS_FILE); }
 inline QString eepromPath() { return QStringLiteral(FACTORY_DATA "/eeprom"); }
 
+enum class Read { Done, NoFile, Failed };
+
 // The settings file's bytes as the partition holds them, read between the write windows of other runs: the
-// kernel refuses the read-only remount while a file that a window replaced is still open. False when they
-// cannot be told: no file, a failed read, fewer bytes than the file's size, or a window open too long. A
-// guess would be written back over the file as its content.
-bool readSettings(QByteArray &bytes);
+// kernel refuses the read-only remount while a file that a window replaced is still open. Failed when they
+// cannot be told: not a regular file, a failed read, fewer bytes than the file's size, or a window open for
+// longer than windows last. A guess would be shown, or written back over the file, as its content.
+Read readSettings(QByteArray &bytes);
 
-// Settings bytes where QSettings can parse and write them: never on the partition, in memory where the
-// system has a tmpfs for it, and under a path that no earlier copy of this process had. Qt caches every
-// file it parsed for the life of the process and parses it again only when its size or time changed, so a
-// reused path could answer with another operation's content. The copy goes with the object, so nothing but
-// a kill in the middle of an operation leaves one behind.
-class PrivateCopy
-{
-public:
-    explicit PrivateCopy(const QByteArray &bytes);
-    ~PrivateCopy();
-    PrivateCopy(const PrivateCopy &) = delete;
-    PrivateCopy &operator=(const PrivateCopy &) = delete;
+// Reads a regular file whole without blocking on whatever else may stand at `path`, a FIFO or a device.
+Read readRegularFile(const char *path, QByteArray &bytes);
 
-    // Empty when the copy could not be made.
-    const QString &path() const { return m_path; }
-    // What the copy holds now, after QSettings wrote it.
-    bool read(QByteArray &bytes) const;
-
-private:
-    QString m_path;
-};
+// Calls `use` with settings parsed from `bytes`, which are written nowhere: QSettings reads them from an
+// anonymous memory file. The camera has no scratch space to spare, and none of it is private. The parse
+// runs on a stack as deep as the file could nest values, so no content overflows it. False when the bytes
+// cannot be parsed: no memory, no descriptor, or a value that cannot be decoded.
+bool parse(const QByteArray &bytes, const std::function<void(const QSettings &)> &use);
 
 // The factory partition made writable for one write of the settings file, and read-only again on every way
-// out of the scope, an exception included. Concurrent runs take turns: each window holds a lock on the
-// mount point, taken before the writable remount and waited for only so long, so that a run stopped or
-// stuck in its window holds the others up for seconds, not for ever. Every signal that can end or stop the
-// process is held from before the writable remount until the read-only remount has been tried, and then
-// takes effect as it would have: none leaves the partition writable or a temporary file on it. Remount
-// failures are logged for `site`.
+// out of the scope: a return, an exception, a signal, a crash. Concurrent runs take turns: each window holds
+// a lock on the mount point, taken before anything is read for the write and waited for only so long, so
+// that a run stopped or stuck in its window holds the others up for seconds, not for ever. Every signal
+// that can end or stop the process is held from the writable remount until the read-only remount has been
+// tried, and then takes effect as it would have; a fault of the process's own remounts the partition
+// read-only before the process dies. Remount failures are logged for `site`.
 class WriteWindow
 {
 public:
@@ -66,15 +56,19 @@ public:
     WriteWindow(const WriteWindow &) = delete;
     WriteWindow &operator=(const WriteWindow &) = delete;
 
-    // Whether the lock was taken and the writable remount succeeded.
-    bool isOpen() const { return m_open; }
+    // Whether another run's window outlasted the wait for the lock: nothing here touches the partition.
+    bool isBusy() const { return m_busy; }
 
-    // The settings file as the partition holds it now, as readSettings tells it, inside the window.
-    bool read(QByteArray &bytes) const;
+    // The settings file as the partition holds it now, as readSettings tells it, under the lock, and decoded
+    // before the partition is made writable: Failed for a file that cannot be.
+    Read read(QByteArray &bytes);
+
+    // Makes the partition writable. False, and the window closed, when it could not be.
+    bool open();
 
     // Applies `edit` to settings parsed from `base` and commits the result as the settings file, whole or not
-    // at all: true only when the partition holds every byte of it. A file that Qt cannot decode is not
-    // written.
+    // at all: true only when the partition holds every byte of it. QSettings writes on the partition, the
+    // one place the camera lets the tool write, under a name of the tool's own beside the file.
     bool write(const QByteArray &base, const std::function<void(QSettings &)> &edit);
 
     // Remounts read-only, if the window is open, and lets the lock and the held signals go. False when the
@@ -82,11 +76,13 @@ public:
     bool close();
 
 private:
-    bool commit(const QByteArray &bytes);
+    bool commit(const QByteArray &stage, const QByteArray &bytes);
 
     LogSite m_site;
+    QStringList m_baseKeys; // of what read() found
     sigset_t m_unheld;
     int m_mountPoint = -1; // the lock, and the directory synced after a rename in it
+    bool m_busy = false;
     bool m_open = false;
     bool m_closed = false;
     bool m_leftWritable = false;

@@ -26,10 +26,7 @@ const ModelDefaults knownModels[] = {
 
 bool ProdInfo::initSettings()
 {
-    FactoryData::WriteWindow window(LOG_SITE);
-    if (!window.isOpen())
-        return false;
-
+    // Asked before the window: a platform call that blocks must not hold the partition writable.
     // 255 stays when the platform cannot tell the model.
     Version::kroProductInfo info = {0, 255};
     Version::productInfo(&info);
@@ -38,11 +35,17 @@ bool ProdInfo::initSettings()
         if (known.cameraModel == info.cameraModel)
             model = &known;
     }
+
+    FactoryData::WriteWindow window(LOG_SITE);
+    if (!window.open()) {
+        if (window.isBusy()) // a failed remount has said why
+            LOG.warning(": Failed to write %s.", SETTINGS_FILE);
+        return false;
+    }
     if (!model)
         LOG.critical("Unknown camera model!");
-
     // Written from nothing, so not even a file that Qt cannot decode stands in the way of the reset.
-    window.write({}, [&](QSettings &settings) {
+    const bool written = window.write({}, [&](QSettings &settings) {
         if (model) {
             settings.setValue(keyOf(&m_SuSerial), QString::fromLatin1(model->suSerial));
             settings.setValue(keyOf(&m_SuModel), model->suModel);
@@ -52,5 +55,7 @@ bool ProdInfo::initSettings()
         settings.setValue(keyOf(&m_IrFilterType), 5);
         settings.setValue(keyOf(&m_NrofTesselDACCalibrationValues), 0);
     });
-    return window.close();
+    if (!written)
+        LOG.warning(": Failed to write %s.", SETTINGS_FILE);
+    return window.close() && written;
 }

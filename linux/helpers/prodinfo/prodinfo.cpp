@@ -1,11 +1,11 @@
 #include "prodinfo.h"
 
 #include "factorydata.h"
+#include "log.h"
 
 #include <QFileInfo>
 #include <QSettings>
 
-#include <new>
 
 namespace {
 
@@ -106,23 +106,28 @@ void ProdInfo::loadSettings() { reload(); }
 
 bool ProdInfo::reload()
 {
-    // No file, or one that cannot be read: the members stay as they were.
+    // No file: the members stay as they were.
     QByteArray file;
-    if (!FactoryData::readSettings(file))
+    const FactoryData::Read found = FactoryData::readSettings(file);
+    if (found == FactoryData::Read::NoFile)
         return false;
-    const FactoryData::PrivateCopy copy(file);
-    if (copy.path().isEmpty())
-        return false;
-    const QSettings settings(copy.path(), QSettings::IniFormat);
-    // Qt throws when a stored @Variant(...) claims more items than memory holds. Such a value reads as
-    // missing, like any other that QSettings cannot deliver, so the tool still starts and can reset it.
-    const auto value = [&settings](const QString &key, const QVariant &fallback = QVariant()) {
-        try {
-            return settings.value(key, fallback);
-        } catch (const std::bad_alloc &) {
-            return fallback;
-        }
-    };
+    const bool read = found == FactoryData::Read::Done && FactoryData::parse(file, [this](const QSettings &settings) {
+        assign([&settings](const QString &key, const QVariant &fallback) { return settings.value(key, fallback); });
+    });
+    if (!read) {
+        // Said once, however many reloads of the run fail; the values are those of an empty file, never the
+        // ones from before, which a setter would take for its value read back.
+        if (!m_ReadFailed)
+            LOG_AT("loadSettings").warning(": Failed to read %s.", SETTINGS_FILE);
+        m_ReadFailed = true;
+        assign([](const QString &, const QVariant &fallback) { return fallback; });
+    }
+    m_DataValid = read;
+    return read;
+}
+
+void ProdInfo::assign(const std::function<QVariant(const QString &, const QVariant &)> &value)
+{
     const QVariant zeroText(QStringLiteral("0"));
     for (const SettingsField &field : settingsFields()) {
         const QString &key = field.key;
@@ -132,13 +137,11 @@ bool ProdInfo::reload()
                        [&](quint8 *m) { *m = quint8(value(key, zeroText).toUInt()); },
                        [&](uint *m) { *m = value(key, zeroText).toUInt(); },
                        [&](int *m) { *m = value(key, QString()).toInt(); },
-                       [&](QListOfInts *m) { *m = intListOf(value(key)); },
-                       [&](QVariantList *m) { *m = value(key).toList(); },
+                       [&](QListOfInts *m) { *m = intListOf(value(key, QVariant())); },
+                       [&](QVariantList *m) { *m = value(key, QVariant()).toList(); },
                    },
                    field.member);
     }
-    m_DataValid = true;
-    return true;
 }
 
 QListOfInts ProdInfo::telvarCalib(int index) const

@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstddef>
+#include <functional>
 #include <variant>
 
 // One focus-sensor (Telvar) calibration set.
@@ -219,6 +220,8 @@ private:
     QString keyOf(const void *member);
     // loadSettings, telling whether the file could be read.
     bool reload();
+    // Sets every member of the table from `value`, given its key and its default.
+    void assign(const std::function<QVariant(const QString &, const QVariant &)> &value);
 
     // Writes `value` under the key of `member` and tells whether the reload brought it back.
     template <typename T>
@@ -253,6 +256,7 @@ private:
     QListOfInts m_ProximityCalibration;
     TelvarCalibration m_TelvarCalib[TelvarCalibrationSets] = {};
     bool m_DataValid = false;
+    bool m_ReadFailed = false; // the failure has been said
     quint8 m_ThumbwheelMode = 0;
     quint8 m_NrofTesselDACCalibrationValues = 0;
     QVariantList m_TesselDACCalibration;

@@ -12,14 +12,14 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
     // Only the initialisation and the EEPROM import may create the file. A member without a key has none.
     if (key.isEmpty() || !QFileInfo::exists(FactoryData::settingsPath()))
         return false;
-    FactoryData::WriteWindow window(LOG_SITE);
-    if (!window.isOpen())
-        return false;
     // The file as the partition holds it now, under the lock: not as this run last read it, since another
-    // run may have written it meanwhile. A file that cannot be read is not written from a guess.
+    // run may have written it meanwhile. A file that cannot be read or decoded is not written from a guess,
+    // and is found so before the partition is made writable.
+    FactoryData::WriteWindow window(LOG_SITE);
     QByteArray file;
-    const bool written =
-        window.read(file) && window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
+    if (window.read(file) != FactoryData::Read::Done || !window.open())
+        return false;
+    const bool written = window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one; nor can a write that did not
     // reach the file, which would compare equal whenever the value read as missing is the one asked for,
@@ -150,7 +150,8 @@ bool ProdInfo::storeTelvarCalib(int index, const QListOfInts &values, const char
     // Five separate cycles, each attempted whatever the one before it did.
     for (int i = 0; i < TelvarCalibrationSize; ++i)
         setConfigParam(keyOf(fields[i]), values.at(i));
-    return telvarCalib(index) == values.mid(0, TelvarCalibrationSize);
+    // Values that were not read back are no confirmation, even where they equal the ones asked for.
+    return m_DataValid && telvarCalib(index) == values.mid(0, TelvarCalibrationSize);
 }
 
 bool ProdInfo::setTelvarCalib0(const QListOfInts &values) { return storeTelvarCalib(0, values, __func__); }
