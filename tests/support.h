@@ -22,11 +22,18 @@ inline QByteArray contents(const QString &path)
 
 namespace Sandbox {
 
+// The partition's own flags, which no remount may take away, and whether it is a bind mount of a directory
+// of another file system (mounted at /run/fs), which must stay writable.
+constexpr unsigned long PartitionFlags = MS_NOSUID | MS_NODEV | MS_NOEXEC | MS_NOATIME;
+inline bool bound = false;
+
 // A process monitor reading /proc/PID/fd holds each file it looks at for a moment, and so can refuse a
 // read-only remount with EBUSY: the tests' own remounts try again for up to a second.
 inline bool remount(bool writable)
 {
-    for (int tries = 0; ::mount("", "/factory_data", "", MS_REMOUNT | (writable ? 0 : MS_RDONLY), "");) {
+    const unsigned long flags =
+        PartitionFlags | (bound ? MS_BIND : MS_SYNCHRONOUS) | (writable ? 0 : MS_RDONLY);
+    for (int tries = 0; ::mount("", "/factory_data", "", MS_REMOUNT | flags, "");) {
         if (errno != EBUSY || ++tries == 100)
             return false;
         QThread::msleep(10);
@@ -34,9 +41,18 @@ inline bool remount(bool writable)
     return true;
 }
 
-// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports, a
-// private /dev/shm the tool's private copies and the loop image. The mount point goes again at exit when this
-// process made it and no other sandbox holds it any more.
+// What the kernel says, not what the tool believes; quick enough to watch the tool's write windows.
+inline unsigned long flags(const char *path = "/factory_data")
+{
+    struct statvfs fs;
+    return statvfs(path, &fs) == 0 ? fs.f_flag : ~0ul;
+}
+inline bool isReadOnly() { return flags() & ST_RDONLY; }
+
+// Empty once inside, otherwise why not. A private /run holds what the stand-in platform library reports and
+// the loop image. With PRODCONFIG_TEST_USERLAND=camera every other mount is read-only, /dev/shm and /tmp
+// included, and TMPDIR is unset, as on the camera, where the partition is the one place a run may write.
+// The mount point goes again at exit when this process made it and no other sandbox holds it any more.
 inline QString enter()
 {
     if (geteuid() != 0)
@@ -45,12 +61,24 @@ inline QString enter()
     static int mountPoint = ::open("/factory_data", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (mountPoint < 0 || ::flock(mountPoint, LOCK_SH) != 0 || unshare(CLONE_NEWNS) != 0 ||
         ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("", "/run", "tmpfs", 0, "size=64k") != 0 || !QDir().mkpath("/run/product-info") ||
-        ::mount("", "/dev/shm", "tmpfs", 0, "size=16m") != 0)
+        ::mount("", "/run", "tmpfs", 0, "size=16m") != 0 || !QDir().mkpath("/run/product-info") ||
+        !QDir().mkpath("/run/fs"))
         return QString("cannot set up a private mount namespace: ") + strerror(errno);
+    static const bool camera = qgetenv("PRODCONFIG_TEST_USERLAND") == "camera";
+    if (camera) {
+        for (const QByteArray &line : contents("/proc/self/mountinfo").split('\n')) {
+            const QByteArray path = line.split(' ').value(4);
+            if (!path.isEmpty() && path != "/run" && path != "/factory_data" && !path.startsWith("/proc") &&
+                !path.startsWith("/sys"))
+                ::mount("", path.constData(), "", MS_REMOUNT | MS_BIND | MS_RDONLY, "");
+        }
+        qunsetenv("TMPDIR");
+    }
     std::atexit([] {
         while (::umount2("/factory_data", MNT_DETACH) == 0) {
         }
+        if (camera)
+            ::mount("", "/", "", MS_REMOUNT | MS_BIND, "");
         if (made && ::flock(mountPoint, LOCK_EX | LOCK_NB) == 0)
             ::rmdir("/factory_data");
     });
@@ -59,16 +87,29 @@ inline QString enter()
 
 using Files = QMap<QString, QByteArray>;
 
-// A fresh partition holding `files`, mode 0600 and owned by a camera service, read-only unless `writable`.
-inline bool reset(const Files &files, bool writable = false)
+// A fresh partition holding `files`, mode 0600 and owned by a camera service, read-only unless `writable`:
+// a file system of its own mounted nosuid, nodev, noexec, noatime and sync, or with `bind` a directory of
+// one, bound there nosuid, nodev, noexec and noatime.
+inline bool reset(const Files &files, bool writable = false, bool bind = false)
 {
-    while (::umount2("/factory_data", MNT_DETACH) == 0) {
+    for (const char *path : {"/factory_data", "/run/fs"}) {
+        while (::umount2(path, MNT_DETACH) == 0) {
+        }
     }
+    bound = bind;
+    const char *at = bind ? "/run/fs" : "/factory_data";
     static const bool ext4 = qgetenv("PRODCONFIG_TEST_FS") == "ext4";
-    bool done = ext4 ? QProcess::execute("sh", {"-c", "truncate -s 0 /dev/shm/flash.img && mkfs.ext4 -q -I "
-                                                      "128 /dev/shm/flash.img 8M 2>/dev/null && "
-                                                      "mount -o loop /dev/shm/flash.img /factory_data"}) == 0
-                     : ::mount("", "/factory_data", "tmpfs", 0, "mode=0755,size=1m") == 0;
+    bool done =
+        ext4 ? QProcess::execute("sh", {"-c", QString("truncate -s 0 /run/flash.img && mkfs.ext4 -q -I 128 "
+                                                      "/run/flash.img 8M 2>/dev/null && mount -o loop "
+                                                      "/run/flash.img ") +
+                                                  at}) == 0
+             : ::mount("", at, "tmpfs", 0, "mode=0755,size=4m") == 0;
+    done = done &&
+           (bind ? QDir().mkpath("/run/fs/part") &&
+                       ::mount("/run/fs/part", "/factory_data", nullptr, MS_BIND, nullptr) == 0
+                 : true) &&
+           remount(true);
     for (auto it = files.cbegin(); done && it != files.cend(); ++it) {
         QFile file("/factory_data/" + it.key());
         done = it.value().isNull() || // no such file
@@ -94,18 +135,12 @@ inline bool fill(int spare = 0)
     return ::close(fd) == 0 && filled && remount(false);
 }
 
-// What the kernel says, not what the tool believes; quick enough to watch the tool's write windows.
-inline bool isReadOnly()
-{
-    struct statvfs fs;
-    return statvfs("/factory_data", &fs) == 0 && (fs.f_flag & ST_RDONLY);
-}
-
 } // namespace Sandbox
 
 // No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing);
-// no room left on the partition, or two blocks; every sync, or every read, failing with EIO.
-enum Fault { None, NoSysAdmin, Busy, NoRoom, TwoBlocks, SyncFails, ReadFails };
+// no room left on the partition, or two blocks; the partition a bind mount; every sync, or every read,
+// failing with EIO.
+enum Fault { None, NoSysAdmin, Busy, NoRoom, TwoBlocks, Bound, SyncFails, ReadFails };
 
 struct ToolRun
 {
@@ -140,10 +175,13 @@ inline ToolRun finish(QProcess &tool)
     return run;
 }
 
+// The tool run on a fresh partition holding `files`, after `prepare` ran there in a shell.
 inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, Fault fault = None,
-                     const QByteArray &pattern = "%{type}|%{function}|%{message}")
+                     const QString &prepare = {})
 {
-    if (!Sandbox::reset(files, fault == Busy) ||
+    if (!Sandbox::reset(files, true, fault == Bound) ||
+        (!prepare.isEmpty() && QProcess::execute("sh", {"-c", "cd /factory_data && " + prepare}) != 0) ||
+        (fault != Busy && !Sandbox::remount(false)) ||
         ((fault == NoRoom || fault == TwoBlocks) && !Sandbox::fill(fault == TwoBlocks ? 2 : 0)))
         return {-2, {"cannot reset the partition"}, {}};
     const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
@@ -155,13 +193,13 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
         prefix = QStringList{
             "fiu-run", "-x", "-c",
             QString("enable name=posix/io/%1,failinfo=5").arg(fault == SyncFails ? "sync/*" : "rw/read")};
-    start(tool, arguments, prefix, pattern);
+    start(tool, arguments, prefix);
     const ToolRun run = finish(tool);
     ::close(hold);
     // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
     static bool again = false;
     if ((again = !again && fault != Busy && !Sandbox::isReadOnly()))
-        return runOn(files, arguments, fault, pattern);
+        return runOn(files, arguments, fault, prepare);
     return run;
 }
 

@@ -39,6 +39,7 @@ struct Run
     int exitCode = 0;
     Fault fault = None;
     QByteArray settings = sample, eeprom = erased, out = {}, model = "12\n";
+    QString prepare = {}; // a shell command run on the partition before the tool
 };
 
 void row(const char *name, const Run &run) { QTest::newRow(name) << run; }
@@ -185,6 +186,21 @@ private slots:
         row("EEPROM, remount refused", {"--su-model 58 --print", NOT_RW("convertFromEepromToSettings") +
             QString(contents(TEST_DIR "/print.txt")).replace("\"7\"\ndebug|main|Updated.", "\"58\"\n"
             W("Not updated")), "", 0, NoSysAdmin, {}, validImage()});
+        // Only regular files are read, and nothing waits: what cannot be read is said and never shown.
+        row("a FIFO at the settings file", {"-b 3", NOT_READ D("Set board test status \"3\"") W("Not updated"),
+            "", 0, None, {}, erased, {}, "12\n", "mkfifo settings.ini"});
+        row("a directory at the settings file", {"--telvar-calib0 0,0,0,0,0", NOT_READ D("Set Telvar calibration "
+            "\"0,0,0,0,0\"") W("Not updated"), "", 0, None, {}, erased, {}, "12\n", "mkdir settings.ini"});
+        row("a FIFO at the image", {"", "debug|readEEPROMData|: Failed to open EEPROM file = /factory_data/eeprom\n"
+            "warning|readEEPROM|: reading eeprom data failed.", "SuModel=0", 0, None, {}, {}, {}, "12\n",
+            "mkfifo eeprom"});
+        row("no room for the import: no file, and the next start imports", {"",
+            NOT_WRITTEN("convertFromEepromToSettings"), "", 0, NoRoom, {}, validImage()});
+        // A value nested deeper than a thread's usual stack goes is decoded, kept and written back.
+        row("a value nested 40000 deep", {"--su-model 65 -b 4", D("Set SU model \"65\"") D("Updated.")
+            D("Set board test status \"4\"") D("Updated"), "SuModel=65\nBoardTestStatus=4", 0, Bound,
+            QByteArray(sample).replace("[Identity]\n", "[Identity]\nDeep=@Variant(" +
+            QByteArray("\\0\\0\\0\\t\\0\\0\\0\\x1").repeated(40000) + "\\0\\0\\0\\x2\\0\\0\\0\\0)\n")});
         row("help", {"--help -t 7", "", "", 0, None, {}, validImage(), contents(TEST_DIR "/help.txt")});
         row("version", {"-v --init", "", "", 0, None, {}, validImage(), "Production Config Tool \n"});
         // clang-format on
@@ -197,17 +213,22 @@ private slots:
         QFile platform("/run/product-info/camera-model"); // read by the stand-in product-information library
         QVERIFY(platform.open(QIODevice::WriteOnly) && platform.write(run.model) && platform.flush());
         const Sandbox::Files seed{{"eeprom", run.eeprom}, {"settings.ini", run.settings}};
-        const ToolRun result = runOn(seed, run.args.split(' ', Qt::SkipEmptyParts), run.fault);
+        const ToolRun result = runOn(seed, run.args.split(' ', Qt::SkipEmptyParts), run.fault, run.prepare);
         QCOMPARE(result.exitCode, run.exitCode);
         QCOMPARE(result.log, run.log.split('\n', Qt::SkipEmptyParts));
         QCOMPARE(Sandbox::isReadOnly(), run.fault != Busy);
+        // Read-only is all that a remount changes, and only of the partition.
+        QCOMPARE(Sandbox::flags() & ~ST_RDONLY,
+                 Sandbox::PartitionFlags | (Sandbox::bound ? 0 : ST_SYNCHRONOUS));
+        QVERIFY(!(Sandbox::flags("/run/fs") & ST_RDONLY));
         QCOMPARE(QDir("/factory_data").entryList({"settings.ini.*"}, QDir::Files | QDir::Hidden),
                  QStringList());
         // Of the help, not the path the tool was started by, nor the lines of the parser's own options.
         static const QRegularExpression own(
             "(?m)^(Usage: .*|  (-h, --help|--help-all|-v, --version) .*(\n {43}.*)?)\n");
         QCOMPARE(QString(result.out).remove(own), run.out);
-        const QString file = contents(settingsPath);
+        const bool isFile = QFileInfo(settingsPath).isFile(); // never a FIFO, which blocks a reader
+        const QString file = isFile ? contents(settingsPath) : QByteArray();
         QString expected = run.file.startsWith('[') ? run.file : QString(run.settings);
         for (const QString &pair : run.file.split('\n', Qt::SkipEmptyParts))
             expected.replace(
@@ -218,8 +239,7 @@ private slots:
             QCOMPARE(QFile::permissions(settingsPath) & 0x7077, QFile::ReadOwner | QFile::WriteOwner);
             QCOMPARE(QFileInfo(settingsPath).ownerId(), 1000u);
         } else // no file, or the one made from the image, with its 39 keys
-            QVERIFY(run.file.isEmpty() ? !QFile::exists(settingsPath)
-                                       : file.count('=') == 39 && file.contains('\n' + run.file));
+            QVERIFY(run.file.isEmpty() ? !isFile : file.count('=') == 39 && file.contains('\n' + run.file));
     }
 
     // At each write of a run in turn (a Telvar set is five, the Tessel points two) the tool, stopped at
@@ -241,7 +261,8 @@ private slots:
         };
         for (int i = 0; i < qEnvironmentVariable("PRODCONFIG_FAULT_ROUNDS", "3").toInt() * 2 * 10; ++i) {
             const int write = i / 2 % 10 + 1,
-                      fault = i % 2 ? SIGKILL : QVector<int>{SIGTERM, SIGUSR1, SIGALRM}[i / 2 % 3];
+                      fault = i % 2 ? SIGKILL
+                                    : QVector<int>{SIGTERM, SIGUSR1, SIGALRM, SIGSEGV, SIGABRT}[i / 2 % 5];
             ToolRun run;
             for (bool placed = false; !placed;) {
                 QVERIFY(Sandbox::reset({{"settings.ini", sample}}));
@@ -261,12 +282,37 @@ private slots:
             const int done = writesDone(contents(settingsPath));
             QVERIFY2(done == write - 1 || done == write, qPrintable(contents(settingsPath)));
             QCOMPARE(run.exitCode, -1); // ended by the signal
-            if (fault != SIGKILL) {
-                QVERIFY(Sandbox::isReadOnly());
-                QCOMPARE(QDir("/factory_data").entryList(QDir::Files | QDir::Hidden),
-                         QStringList("settings.ini"));
-            }
+            const QStringList kept("settings.ini");
+            const auto files = [] { return QDir("/factory_data").entryList(QDir::Files | QDir::Hidden); };
+            QVERIFY(Sandbox::isReadOnly() || fault == SIGKILL); // a fault remounts before the process dies
+            if (fault != SIGKILL && fault != SIGSEGV && fault != SIGABRT)
+                QCOMPARE(files(), kept);
+            // What a killed run left, the next window removes.
+            QProcess next;
+            start(next, {"-b", "2"});
+            QCOMPARE(finish(next).log,
+                     QStringList({"debug|main|Set board test status \"2\"", "debug|main|Updated"}));
+            QCOMPARE(files(), kept);
         }
+    }
+
+    // A platform call that never returns holds no window open: the partition stays read-only meanwhile, and
+    // other runs write.
+    void blockingModel()
+    {
+        const QString model = "/run/product-info/camera-model";
+        QVERIFY(Sandbox::reset({{"settings.ini", sample}}) && QFile::remove(model) &&
+                ::mkfifo(qPrintable(model), 0600) == 0);
+        QProcess init, other;
+        start(init, {"--init"});
+        QThread::msleep(200);
+        start(other, {"-b", "3"});
+        QCOMPARE(finish(other).log,
+                 QStringList({"debug|main|Set board test status \"3\"", "debug|main|Updated"}));
+        QVERIFY(Sandbox::isReadOnly() && init.state() == QProcess::Running);
+        init.kill();
+        finish(init);
+        QVERIFY(QFile::remove(model));
     }
 
     // Runs at once take turns at the partition, and none loses what another confirmed. A run stopped in its
@@ -300,8 +346,8 @@ private slots:
             });
             QCOMPARE(finish(stopped).exitCode, 0);
         }
-        QCOMPARE(run.log, QString(NOT_READ D("Set board test status \"8\"") W("Not updated")).split('\n',
-                                                                                                Qt::SkipEmptyParts));
+        QCOMPARE(run.log, QString(NOT_READ D("Set board test status \"8\"") W("Not updated"))
+                              .split('\n', Qt::SkipEmptyParts));
         QVERIFY(contents(settingsPath).contains("BoardTestStatus=7"));
     }
 };

@@ -131,7 +131,8 @@ void ProdInfo::convertFromEepromToSettings()
         !window.write({}, [this](QSettings &settings) {
             for (const SettingsField &field : settingsFields()) {
                 if (field.inEeprom)
-                    settings.setValue(field.key, std::visit([](auto *m) { return writtenForm(*m); }, field.member));
+                    settings.setValue(field.key,
+                                      std::visit([](auto *m) { return writtenForm(*m); }, field.member));
             }
         }))
         LOG.warning(": Failed to write %s.", SETTINGS_FILE);

@@ -273,14 +273,14 @@ bool parse(const QByteArray &bytes, const std::function<void(const QSettings &)>
         return false;
     const timespec times[2] = {{0, UTIME_OMIT}, {++made, 0}};
     const QString path = QStringLiteral("/proc/self/fd/") + QString::number(fd);
-    const bool parsed = writeWithinLimit(fd, bytes) && ::futimens(fd, times) == 0 &&
-                        onDeepStack(bytes.size(), [&] {
-                            const QSettings settings(path, QSettings::IniFormat);
-                            if (settings.status() == QSettings::AccessError)
-                                return false;
-                            use(settings);
-                            return true;
-                        });
+    const bool parsed =
+        writeWithinLimit(fd, bytes) && ::futimens(fd, times) == 0 && onDeepStack(bytes.size(), [&] {
+            const QSettings settings(path, QSettings::IniFormat);
+            if (settings.status() == QSettings::AccessError)
+                return false;
+            use(settings);
+            return true;
+        });
     ::close(fd);
     return parsed;
 }
@@ -304,7 +304,8 @@ WriteWindow::~WriteWindow()
 Read WriteWindow::read(QByteArray &bytes)
 {
     const Read read = m_mountPoint >= 0 && !m_closed ? readRegularFile(SETTINGS_FILE, bytes) : Read::Failed;
-    return read != Read::Done || parse(bytes, [this](const QSettings &settings) { m_baseKeys = settings.allKeys(); })
+    return read != Read::Done ||
+                   parse(bytes, [this](const QSettings &settings) { m_baseKeys = settings.allKeys(); })
                ? read
                : Read::Failed;
 }
@@ -349,14 +350,15 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
                                    readRegularFile(stage.constData(), bytes) == Read::Done && bytes == base);
     QStringList keys;
     done = done && onDeepStack(base.size(), [&] {
-        QSettings settings(QFile::decodeName(stage), QSettings::IniFormat);
-        edit(settings);
-        settings.sync();
-        keys = settings.allKeys();
-        return settings.status() == QSettings::NoError;
-    });
-    done = done && std::all_of(m_baseKeys.cbegin(), m_baseKeys.cend(),
-                               [&](const QString &key) { return base.isEmpty() || keys.contains(key); }) &&
+               QSettings settings(QFile::decodeName(stage), QSettings::IniFormat);
+               edit(settings);
+               settings.sync();
+               keys = settings.allKeys();
+               return settings.status() == QSettings::NoError;
+           });
+    done = done &&
+           std::all_of(m_baseKeys.cbegin(), m_baseKeys.cend(),
+                       [&](const QString &key) { return base.isEmpty() || keys.contains(key); }) &&
            readRegularFile(stage.constData(), bytes) == Read::Done && isWhole(bytes, keys) &&
            commit(stage, bytes);
     if (!done)

@@ -6,7 +6,6 @@
 #include <QFileInfo>
 #include <QSettings>
 
-
 namespace {
 
 template <class... Ts>
@@ -111,9 +110,12 @@ bool ProdInfo::reload()
     const FactoryData::Read found = FactoryData::readSettings(file);
     if (found == FactoryData::Read::NoFile)
         return false;
-    const bool read = found == FactoryData::Read::Done && FactoryData::parse(file, [this](const QSettings &settings) {
-        assign([&settings](const QString &key, const QVariant &fallback) { return settings.value(key, fallback); });
-    });
+    const bool read =
+        found == FactoryData::Read::Done && FactoryData::parse(file, [this](const QSettings &settings) {
+            assign([&settings](const QString &key, const QVariant &fallback) {
+                return settings.value(key, fallback);
+            });
+        });
     if (!read) {
         // Said once, however many reloads of the run fail; the values are those of an empty file, never the
         // ones from before, which a setter would take for its value read back.
