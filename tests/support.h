@@ -12,6 +12,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 inline QByteArray contents(const QString &path)
@@ -138,16 +139,30 @@ inline bool fill(int spare = 0)
 } // namespace Sandbox
 
 // No fault; a writable remount refused (no CAP_SYS_ADMIN); a read-only one refused (a file open for writing);
-// no room left on the partition, or two blocks; the partition a bind mount; every sync, or every read,
-// failing with EIO.
-enum Fault { None, NoSysAdmin, Busy, NoRoom, TwoBlocks, Bound, SyncFails, ReadFails };
+// no room left on the partition, or two blocks; the partition a bind mount; a reader holding the file open; a
+// umask that lets no one read; every sync, or every read, failing with EIO.
+enum Fault { None, NoSysAdmin, Busy, NoRoom, TwoBlocks, Bound, Reader, Umask, SyncFails, ReadFails };
 
 struct ToolRun
 {
     int exitCode;    // -1 after a crash or a signal
     QStringList log; // level|function|text a line, without the two start-up messages when they are right
     QByteArray out;
+    QByteArray attributes = {}; // the settings file's extended attributes before the run
 };
+
+// The extended attributes of a file, names and values.
+inline QByteArray attributes(const char *path)
+{
+    QByteArray names(4096, '\0'), all;
+    names.resize(int(qMax<ssize_t>(::listxattr(path, names.data(), size_t(names.size())), 0)));
+    for (const QByteArray &name : names.split('\0')) {
+        char value[4096];
+        const ssize_t size = ::getxattr(path, name.constData(), value, sizeof value);
+        all += name + '=' + QByteArray(value, int(qMax<ssize_t>(size, 0))) + '\n';
+    }
+    return all;
+}
 
 // The tool started, through the emulator if any; messages framed, so a sanitizer's report is none.
 inline void start(QProcess &tool, const QStringList &arguments, QStringList command = {},
@@ -184,17 +199,23 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
         (fault != Busy && !Sandbox::remount(false)) ||
         ((fault == NoRoom || fault == TwoBlocks) && !Sandbox::fill(fault == TwoBlocks ? 2 : 0)))
         return {-2, {"cannot reset the partition"}, {}};
-    const int hold = fault == Busy ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644) : -1;
+    const int hold = fault == Busy     ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644)
+                     : fault == Reader ? ::open("/factory_data/settings.ini", O_RDONLY | O_CLOEXEC)
+                                       : -1;
+    const QByteArray before = attributes("/factory_data/settings.ini");
     QProcess tool;
     QStringList prefix;
     if (fault == NoSysAdmin)
         prefix = QStringList{"setpriv", "--bounding-set", "-sys_admin", "--"};
+    else if (fault == Umask)
+        prefix = QStringList{"sh", "-c", "umask 0777 && exec \"$@\"", "sh"};
     else if (fault >= SyncFails)
         prefix = QStringList{
             "fiu-run", "-x", "-c",
             QString("enable name=posix/io/%1,failinfo=5").arg(fault == SyncFails ? "sync/*" : "rw/read")};
     start(tool, arguments, prefix);
-    const ToolRun run = finish(tool);
+    ToolRun run = finish(tool);
+    run.attributes = before;
     ::close(hold);
     // A read-only remount refused from outside (see Sandbox::remount) leaves the partition writable: again.
     static bool again = false;

@@ -180,8 +180,9 @@ private slots:
             None, {}, validImage()});
         row("EEPROM checksum fails: initial values", {"", "warning|readEEPROM|: checksum validation of "
             "eeprom data failed. Memory must be initialized.", "WifiRegion=4294967295", 0, None, {}, erased});
+        // An image that cannot be read, unlike one that fails its checksum, leaves no file: the next start reads it.
         row("EEPROM short", {"", "debug|readEEPROMData|: Failed to read entire struct from EEPROM data.\n"
-            "warning|readEEPROM|: reading eeprom data failed.", "SuModel=0", 0, None, {}, erased.left(255)});
+            "warning|readEEPROM|: reading eeprom data failed.", "", 0, None, {}, erased.left(255)});
         // No file: the setters make none nor report the image's value as stored; the print shows the image's.
         row("EEPROM, remount refused", {"--su-model 58 --print", NOT_RW("convertFromEepromToSettings") +
             QString(contents(TEST_DIR "/print.txt")).replace("\"7\"\ndebug|main|Updated.", "\"58\"\n"
@@ -192,8 +193,7 @@ private slots:
         row("a directory at the settings file", {"--telvar-calib0 0,0,0,0,0", NOT_READ D("Set Telvar calibration "
             "\"0,0,0,0,0\"") W("Not updated"), "", 0, None, {}, erased, {}, "12\n", "mkdir settings.ini"});
         row("a FIFO at the image", {"", "debug|readEEPROMData|: Failed to open EEPROM file = /factory_data/eeprom\n"
-            "warning|readEEPROM|: reading eeprom data failed.", "SuModel=0", 0, None, {}, {}, {}, "12\n",
-            "mkfifo eeprom"});
+            "warning|readEEPROM|: reading eeprom data failed.", "", 0, None, {}, {}, {}, "12\n", "mkfifo eeprom"});
         row("no room for the import: no file, and the next start imports", {"",
             NOT_WRITTEN("convertFromEepromToSettings"), "", 0, NoRoom, {}, validImage()});
         // A value nested deeper than a thread's usual stack goes is decoded, kept and written back.
@@ -201,6 +201,21 @@ private slots:
             D("Set board test status \"4\"") D("Updated"), "SuModel=65\nBoardTestStatus=4", 0, Bound,
             QByteArray(sample).replace("[Identity]\n", "[Identity]\nDeep=@Variant(" +
             QByteArray("\\0\\0\\0\\t\\0\\0\\0\\x1").repeated(40000) + "\\0\\0\\0\\x2\\0\\0\\0\\0)\n")});
+        // A write changes the values and nothing else of the file: its readers, its attributes, its link, the
+        // keys of other programs.
+        row("a reader holding the file", {"-b 3", D("Set board test status \"3\"") D("Updated"), "BoardTestStatus=3",
+            0, Reader});
+        row("an ACL and attributes", {"-b 3", D("Set board test status \"3\"") D("Updated"), "BoardTestStatus=3",
+            0, None, sample, erased, {}, "12\n", "setfacl -m u:1000:r,m::- settings.ini && setfattr -n user.test -v kept "
+            "settings.ini && setfattr -n security.selinux -v u:object_r:factory_file:s0 settings.ini"});
+        row("a linked settings file", {"-b 3", D("Set board test status \"3\"") D("Updated"), "BoardTestStatus=3",
+            0, None, sample, erased, {}, "12\n", "mkdir config && mv settings.ini config && ln -s config/settings.ini ."});
+        row("a value Qt Core cannot decode", {"--dut-status 2", D("Set DUT status \"2\"") "warning|unknown|QVariant::"
+            "load: unable to load type 67.\nwarning|setConfigParam|: Failed to keep Ui/AccentColor.\n"
+            W("Not updated"), "", 0, None, sample + "\n[Ui]\nAccentColor=@Variant(\\0\\0\\0\\x43\\x1\\xff\\xff\\0\\0"
+            "\\0\\0\\0\\0\\0\\0)\n"});
+        // Whatever the umask, a new file is for everyone to read.
+        row("umask 0777", {"", "", "SuModel=58", 0, Umask, {}, validImage()});
         row("help", {"--help -t 7", "", "", 0, None, {}, validImage(), contents(TEST_DIR "/help.txt")});
         row("version", {"-v --init", "", "", 0, None, {}, validImage(), "Production Config Tool \n"});
         // clang-format on
@@ -217,12 +232,15 @@ private slots:
         QCOMPARE(result.exitCode, run.exitCode);
         QCOMPARE(result.log, run.log.split('\n', Qt::SkipEmptyParts));
         QCOMPARE(Sandbox::isReadOnly(), run.fault != Busy);
+        QCOMPARE(attributes(qPrintable(settingsPath)), result.attributes);
+        QCOMPARE(QFileInfo(settingsPath).isSymLink(), run.prepare.contains("ln -s"));
         // Read-only is all that a remount changes, and only of the partition.
         QCOMPARE(Sandbox::flags() & ~ST_RDONLY,
                  Sandbox::PartitionFlags | (Sandbox::bound ? 0 : ST_SYNCHRONOUS));
         QVERIFY(!(Sandbox::flags("/run/fs") & ST_RDONLY));
-        QCOMPARE(QDir("/factory_data").entryList({"settings.ini.*"}, QDir::Files | QDir::Hidden),
-                 QStringList());
+        if (run.fault != Reader) // which keeps the old file, under a name that the next window removes
+            QCOMPARE(QDir("/factory_data").entryList({"settings.ini.*"}, QDir::Files | QDir::Hidden),
+                     QStringList());
         // Of the help, not the path the tool was started by, nor the lines of the parser's own options.
         static const QRegularExpression own(
             "(?m)^(Usage: .*|  (-h, --help|--help-all|-v, --version) .*(\n {43}.*)?)\n");

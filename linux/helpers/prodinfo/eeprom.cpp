@@ -55,6 +55,7 @@ bool ProdInfo::readEEPROM(uchar *image)
     EepromData data;
     if (!readEEPROMData(reinterpret_cast<uchar *>(&data), sizeof data)) {
         LOG.warning() << ": reading eeprom data failed.";
+        m_ImageUnread = true;
         m_DataValid = false;
         return false;
     }
@@ -115,9 +116,11 @@ void ProdInfo::unpackEEPROM()
 
 void ProdInfo::convertFromEepromToSettings()
 {
-    // An image that cannot be read or fails its checksum still yields a file, from the members as
-    // they are.
+    // An image that fails its checksum still yields a file, from the members as they are; one that cannot
+    // be read yields none, and the next start reads it again: the read may fail for a reason that passes.
     unpackEEPROM();
+    if (m_ImageUnread)
+        return;
     FactoryData::WriteWindow window(LOG_SITE);
     if (!window.open()) {
         if (window.isBusy()) // a failed remount has said why

@@ -20,6 +20,7 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace FactoryData {
@@ -199,11 +200,12 @@ unsigned long mountFlags()
             flags |= MS_STRICTATIME;
     }
     QFile table(QStringLiteral("/proc/self/mountinfo"));
+    const QByteArray path = QFile::encodeName(canonicalMountPoint());
     QList<QByteArray> mount; // the last line for the mount point: the one on top
     if (table.open(QIODevice::ReadOnly)) {
         for (const QByteArray &line : table.readAll().split('\n')) {
             const QList<QByteArray> fields = line.split(' ');
-            if (fields.size() > 4 && fields.at(4) == FACTORY_DATA)
+            if (fields.size() > 4 && fields.at(4) == path)
                 mount = fields;
         }
     }
@@ -215,16 +217,49 @@ unsigned long mountFlags()
     return flags | MS_REMOUNT;
 }
 
-// What a run killed inside its window left on the partition, and only that.
-void removeLeftovers()
+// Removes a file of the tool's own unless another process holds it open: the file would stay on the partition
+// without a name, and the partition writable.
+void removeUnheld(const QByteArray &path)
 {
-    DIR *dir = ::opendir(FACTORY_DATA);
+    const int fd = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0 && errno == ELOOP)
+        ::unlink(path.constData());
+    if (fd >= 0 && ::fcntl(fd, F_SETLEASE, F_WRLCK) == 0) { // granted only while no one else has it open
+        ::unlink(path.constData());
+        ::fcntl(fd, F_SETLEASE, F_UNLCK);
+    }
+    if (fd >= 0)
+        ::close(fd);
+}
+
+// What a run killed inside its window left beside the settings file, and only that.
+void removeLeftovers(const QByteArray &directory)
+{
+    DIR *dir = ::opendir(directory.constData());
     while (const dirent *entry = dir ? ::readdir(dir) : nullptr) {
         if (std::strncmp(entry->d_name, STAGE_NAME, sizeof STAGE_NAME - 1) == 0)
-            ::unlinkat(::dirfd(dir), entry->d_name, 0);
+            removeUnheld(directory + '/' + entry->d_name);
     }
     if (dir)
         ::closedir(dir);
+}
+
+// Every extended attribute of one open file given to another.
+bool copyAttributes(int from, int to)
+{
+    QByteArray names(int(qMax<ssize_t>(::flistxattr(from, nullptr, 0), 0)), '\0');
+    const ssize_t size = ::flistxattr(from, names.data(), size_t(names.size()));
+    if (size < 0)
+        return errno == ENOTSUP; // a file system without attributes has none to keep
+    for (const QByteArray &name : names.left(int(size)).split('\0')) {
+        QByteArray value(int(qMax<ssize_t>(::fgetxattr(from, name.constData(), nullptr, 0), 0)), '\0');
+        const ssize_t length =
+            name.isEmpty() ? 0 : ::fgetxattr(from, name.constData(), value.data(), size_t(value.size()));
+        if (!name.isEmpty() &&
+            (length < 0 || ::fsetxattr(to, name.constData(), value.constData(), size_t(length), 0) != 0))
+            return false;
+    }
+    return true;
 }
 
 // Whether `bytes` are all that QSettings meant to write, the file of `keys`. Qt reports a file written when
@@ -239,6 +274,12 @@ bool isWhole(const QByteArray &bytes, const QStringList &keys)
 }
 
 } // namespace
+
+QString canonicalMountPoint()
+{
+    char path[PATH_MAX];
+    return QFile::decodeName(::realpath(FACTORY_DATA, path) ? path : FACTORY_DATA);
+}
 
 Read readRegularFile(const char *path, QByteArray &bytes)
 {
@@ -304,10 +345,23 @@ WriteWindow::~WriteWindow()
 Read WriteWindow::read(QByteArray &bytes)
 {
     const Read read = m_mountPoint >= 0 && !m_closed ? readRegularFile(SETTINGS_FILE, bytes) : Read::Failed;
-    return read != Read::Done ||
-                   parse(bytes, [this](const QSettings &settings) { m_baseKeys = settings.allKeys(); })
-               ? read
-               : Read::Failed;
+    m_undecodable.clear();
+    const auto decode = [this](const QSettings &settings) {
+        for (const QString &key : settings.allKeys()) {
+            // A value of a type that only another program knows reads as invalid, or as one whose data this
+            // process cannot hold.
+            const QVariant value = settings.value(key);
+            if (m_undecodable.isEmpty() && (!value.isValid() || QMetaType::sizeOf(value.userType()) == 0))
+                m_undecodable = key;
+        }
+    };
+    return read == Read::Done && !parse(bytes, decode) ? Read::Failed : read;
+}
+
+bool WriteWindow::keeps(const QString &changed)
+{
+    m_lost = m_undecodable == changed ? QString() : m_undecodable;
+    return m_lost.isEmpty();
 }
 
 bool WriteWindow::open()
@@ -321,6 +375,8 @@ bool WriteWindow::open()
         sigdelset(&held, signal);
     pthread_sigmask(SIG_BLOCK, &held, nullptr);
     handleFaults();
+    // What the window makes has the modes it gives it, whatever the run's umask.
+    m_umask = ::umask(022);
     // Empty strings rather than null pointers: only read-only changes between the two directions.
     const unsigned long flags = mountFlags();
     faultRemount = flags | MS_RDONLY;
@@ -328,25 +384,30 @@ bool WriteWindow::open()
     if (!m_open) {
         m_site.logger().warning(": Failed to mount %s as writable.", FACTORY_DATA);
         close();
-        return false;
     }
-    removeLeftovers();
-    return true;
+    return m_open;
 }
 
-bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit)
+bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit,
+                        const QString &changed)
 {
     if (!m_open)
         return false;
+    // A settings file that is a link is written where it leads, and what is staged goes beside it there.
+    char resolved[PATH_MAX];
+    const QByteArray target =
+        ::realpath(SETTINGS_FILE, resolved) ? QByteArray(resolved) : QByteArray(SETTINGS_FILE);
+    const QByteArray directory = target.left(target.lastIndexOf('/'));
+    removeLeftovers(directory);
     // A name new to this process: Qt would take a file it parsed before under the same name and of the
     // same size and time for the one it parsed.
     static int staged = 0;
-    const QByteArray stage = FACTORY_DATA "/" STAGE_NAME + QByteArray::number(++staged);
+    const QByteArray stage =
+        directory + "/" STAGE_NAME + QByteArray::number(::getpid()) + '-' + QByteArray::number(++staged);
     // QSettings edits the file through a second name of it and writes the result under that name, as a new
-    // file: the partition needs room for the result and nothing more. Qt's own read is not trusted: the
-    // result must hold every key of the bytes this run read and decoded.
+    // file: the partition needs room for the result and nothing more.
     QByteArray bytes;
-    bool done = base.isEmpty() || (::link(SETTINGS_FILE, stage.constData()) == 0 &&
+    bool done = base.isEmpty() || (::link(target.constData(), stage.constData()) == 0 &&
                                    readRegularFile(stage.constData(), bytes) == Read::Done && bytes == base);
     QStringList keys;
     done = done && onDeepStack(base.size(), [&] {
@@ -356,34 +417,62 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
                keys = settings.allKeys();
                return settings.status() == QSettings::NoError;
            });
-    done = done &&
-           std::all_of(m_baseKeys.cbegin(), m_baseKeys.cend(),
-                       [&](const QString &key) { return base.isEmpty() || keys.contains(key); }) &&
-           readRegularFile(stage.constData(), bytes) == Read::Done && isWhole(bytes, keys) &&
-           commit(stage, bytes);
+    done = done && readRegularFile(stage.constData(), bytes) == Read::Done && isWhole(bytes, keys) &&
+           keepsAll(base, bytes, changed) && commit(stage, bytes, target);
     if (!done)
         ::unlink(stage.constData());
     return done;
 }
 
-// The staged file takes the settings file's place once every byte of it is on the disk, with the old file's
-// owner and mode; the directory is synced after the rename. A power cut leaves the old file or the new one.
-bool WriteWindow::commit(const QByteArray &stage, const QByteArray &bytes)
+// Qt's own read of the file is not trusted, nor its codec with values of types it does not know: every key of
+// the bytes this run read, but the one it changes, must come back as it was.
+bool WriteWindow::keepsAll(const QByteArray &base, const QByteArray &bytes, const QString &changed)
+{
+    return parse(base,
+                 [&](const QSettings &before) {
+                     parse(bytes, [&](const QSettings &after) {
+                         for (const QString &key : before.allKeys()) {
+                             if (m_lost.isEmpty() && key != changed && after.value(key) != before.value(key))
+                                 m_lost = key;
+                         }
+                     });
+                 }) &&
+           m_lost.isEmpty();
+}
+
+// The staged file takes the place of the settings file, or of the file it links to, once every byte of it is
+// on the disk, with the old file's owner, mode and extended attributes (its ACL and SELinux label among
+// them); the directory is synced after the rename. A power cut leaves the old file or the new one, whole.
+bool WriteWindow::commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target)
 {
     struct stat old;
-    const bool replaces = ::stat(SETTINGS_FILE, &old) == 0;
+    const bool replaces = ::stat(target.constData(), &old) == 0;
     if (!replaces && errno != ENOENT)
         return false;
     const int fd = ::open(stage.constData(), O_RDONLY | O_CLOEXEC);
+    const int from = replaces ? ::open(target.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
     struct stat staged;
-    // The file keeps its owner (a camera service's, say) and its mode; a new one is for everyone to read,
-    // whatever the umask of the run that made it.
+    // The file keeps its owner (a camera service's, say) and its mode; a new one is for everyone to read.
     bool done = fd >= 0 && ::fstat(fd, &staged) == 0 && staged.st_size == bytes.size() &&
                 (!replaces || (old.st_uid == staged.st_uid && old.st_gid == staged.st_gid) ||
                  ::fchown(fd, old.st_uid, old.st_gid) == 0) &&
-                ::fchmod(fd, replaces ? old.st_mode & 07777 : 0644) == 0 && ::fdatasync(fd) == 0;
-    done = fd >= 0 && ::close(fd) == 0 && done;
-    return done && ::rename(stage.constData(), SETTINGS_FILE) == 0 && ::fsync(m_mountPoint) == 0;
+                ::fchmod(fd, replaces ? old.st_mode & 07777 : 0644) == 0 &&
+                (!replaces || copyAttributes(from, fd)) && ::fsync(fd) == 0;
+    done = (fd < 0 || ::close(fd) == 0) && done;
+    if (from >= 0)
+        ::close(from);
+    // A reader holding the old file would keep it on the partition without a name, and the kernel refuses the
+    // read-only remount while one is: the old file keeps a name of the tool's until no one holds it.
+    const QByteArray kept = stage + ".old";
+    const int directory =
+        ::open(target.left(target.lastIndexOf('/')).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    done = done && (!replaces || ::link(target.constData(), kept.constData()) == 0) &&
+           ::rename(stage.constData(), target.constData()) == 0 && ::fsync(directory) == 0;
+    if (directory >= 0)
+        ::close(directory);
+    if (replaces)
+        removeUnheld(kept);
+    return done;
 }
 
 bool WriteWindow::close()
@@ -395,6 +484,8 @@ bool WriteWindow::close()
             m_leftWritable = true;
         }
         faultRemount = 0;
+        if (m_open)
+            ::umask(m_umask);
         ::flock(m_mountPoint, LOCK_UN);
         pthread_sigmask(SIG_SETMASK, &m_unheld, nullptr);
     }

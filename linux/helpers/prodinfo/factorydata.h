@@ -23,6 +23,8 @@ namespace FactoryData {
 inline QString mountPoint() { return QStringLiteral(FACTORY_DATA); }
 inline QString settingsPath() { return QStringLiteral(SETTINGS_FILE); }
 inline QString eepromPath() { return QStringLiteral(FACTORY_DATA "/eeprom"); }
+// Where the mount point leads, when it is a link.
+QString canonicalMountPoint();
 
 enum class Read { Done, NoFile, Failed };
 
@@ -63,23 +65,34 @@ public:
     // before the partition is made writable: Failed for a file that cannot be.
     Read read(QByteArray &bytes);
 
+    // Whether a write that changes the key `changed` can give back every other key of what read() found:
+    // not a value that Qt cannot decode, such as one of a type only another program knows.
+    bool keeps(const QString &changed);
+    // The first key that a write could not keep.
+    const QString &lost() const { return m_lost; }
+
     // Makes the partition writable. False, and the window closed, when it could not be.
     bool open();
 
-    // Applies `edit` to settings parsed from `base` and commits the result as the settings file, whole or not
-    // at all: true only when the partition holds every byte of it. QSettings writes on the partition, the
-    // one place the camera lets the tool write, under a name of the tool's own beside the file.
-    bool write(const QByteArray &base, const std::function<void(QSettings &)> &edit);
+    // Applies `edit` to settings parsed from `base` (what read() found, or nothing) and commits the result as
+    // the settings file, whole or not at all: true only when the partition holds every byte of it, and every
+    // key of `base` but `changed` as it was. QSettings writes on the partition, the one place the camera lets
+    // the tool write, under a name of the tool's own beside the file.
+    bool write(const QByteArray &base, const std::function<void(QSettings &)> &edit,
+               const QString &changed = {});
 
     // Remounts read-only, if the window is open, and lets the lock and the held signals go. False when the
     // partition was left writable.
     bool close();
 
 private:
-    bool commit(const QByteArray &stage, const QByteArray &bytes);
+    bool keepsAll(const QByteArray &base, const QByteArray &bytes, const QString &changed);
+    bool commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target);
 
     LogSite m_site;
-    QStringList m_baseKeys; // of what read() found
+    QString m_undecodable; // the first key of what read() found that Qt could not decode
+    QString m_lost;
+    mode_t m_umask = 0;
     sigset_t m_unheld;
     int m_mountPoint = -1; // the lock, and the directory synced after a rename in it
     bool m_busy = false;

@@ -256,7 +256,8 @@ private:
     QListOfInts m_ProximityCalibration;
     TelvarCalibration m_TelvarCalib[TelvarCalibrationSets] = {};
     bool m_DataValid = false;
-    bool m_ReadFailed = false; // the failure has been said
+    bool m_ReadFailed = false;  // the failure has been said
+    bool m_ImageUnread = false; // the EEPROM image could not be read, as opposed to a failed checksum
     quint8 m_ThumbwheelMode = 0;
     quint8 m_NrofTesselDACCalibrationValues = 0;
     QVariantList m_TesselDACCalibration;

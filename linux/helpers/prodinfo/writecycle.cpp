@@ -7,6 +7,8 @@
 #include <QSettings>
 #include <QStorageInfo>
 
+#include <sys/stat.h>
+
 bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
 {
     // Only the initialisation and the EEPROM import may create the file. A member without a key has none.
@@ -17,9 +19,13 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
     // and is found so before the partition is made writable.
     FactoryData::WriteWindow window(LOG_SITE);
     QByteArray file;
-    if (window.read(file) != FactoryData::Read::Done || !window.open())
+    if (window.read(file) != FactoryData::Read::Done)
         return false;
-    const bool written = window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
+    const bool written = window.keeps(key) && window.open() &&
+                         window.write(
+                             file, [&](QSettings &settings) { settings.setValue(key, value); }, key);
+    if (!window.lost().isEmpty())
+        LOG.warning(": Failed to keep %s.", qPrintable(window.lost()));
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one; nor can a write that did not
     // reach the file, which would compare equal whenever the value read as missing is the one asked for,
@@ -29,10 +35,18 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
 
 bool ProdInfo::isFactoryDataReady()
 {
+    // The volume mounted wherever the mount point leads. Without a mount table to read (no /proc, early in
+    // boot), a mount point is a directory on another device than the directory holding it.
+    const QString mountPoint = FactoryData::canonicalMountPoint();
     const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
-    const bool mounted = std::any_of(volumes.cbegin(), volumes.cend(), [](const QStorageInfo &volume) {
-        return volume.rootPath() == FactoryData::mountPoint() && volume.isValid() && volume.isReady();
-    });
+    struct stat point, parent;
+    const bool mounted =
+        volumes.isEmpty()
+            ? ::stat(FACTORY_DATA, &point) == 0 && ::stat(FACTORY_DATA "/..", &parent) == 0 &&
+                  point.st_dev != parent.st_dev
+            : std::any_of(volumes.cbegin(), volumes.cend(), [&](const QStorageInfo &volume) {
+                  return volume.rootPath() == mountPoint && volume.isValid() && volume.isReady();
+              });
     if (!mounted)
         return false;
     return QFileInfo::exists(FactoryData::settingsPath()) || QFileInfo::exists(FactoryData::eepromPath());
