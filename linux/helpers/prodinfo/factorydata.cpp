@@ -78,32 +78,40 @@ bool readAll(int fd, QByteArray &bytes)
     return got == 0 && done == size;
 }
 
-bool writeAll(int fd, const QByteArray &bytes)
+// Reads a regular file whole, without waiting on whatever else may stand at `path`: a FIFO or a device.
+Read readRegularFile(const char *path, QByteArray &bytes)
 {
-    for (int done = 0; done < bytes.size();) {
-        const ssize_t put = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
-        if (put < 0 && errno == EINTR)
-            continue;
-        if (put <= 0)
-            return false;
-        done += int(put);
-    }
-    return true;
+    struct stat status;
+    if (::stat(path, &status) != 0)
+        return errno == ENOENT ? Read::NoFile : Read::Failed;
+    const int fd = S_ISREG(status.st_mode) ? ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) : -1;
+    if (fd < 0)
+        return Read::Failed;
+    const bool read = readAll(fd, bytes);
+    ::close(fd);
+    return read ? Read::Done : Read::Failed;
 }
 
-// A file-size limit below the file's size fails a copy in memory (EFBIG) rather than ending the process.
-bool writeWithinLimit(int fd, const QByteArray &bytes)
+// Writes every byte; a file-size limit below the size fails the write (EFBIG) rather than ending the process.
+bool writeAll(int fd, const QByteArray &bytes)
 {
     sigset_t limit, before;
     sigemptyset(&limit);
     sigaddset(&limit, SIGXFSZ);
     pthread_sigmask(SIG_BLOCK, &limit, &before);
-    const bool written = writeAll(fd, bytes);
+    int done = 0;
+    while (done < bytes.size()) {
+        const ssize_t put = ::write(fd, bytes.constData() + done, size_t(bytes.size() - done));
+        if (put > 0)
+            done += int(put);
+        else if (put == 0 || errno != EINTR)
+            break;
+    }
     const timespec now = {0, 0};
-    if (!written && !sigismember(&before, SIGXFSZ))
+    if (done < bytes.size() && !sigismember(&before, SIGXFSZ))
         sigtimedwait(&limit, nullptr, &now);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return written;
+    return done == bytes.size();
 }
 
 // The read-only remount of the open window, or 0, for a fault of the process's own.
@@ -162,7 +170,7 @@ bool onDeepStack(int size, const std::function<bool()> &work)
     } job{work, false};
     const auto run = [](void *argument) -> void * {
         Job &job = *static_cast<Job *>(argument);
-        alignas(16) static char altStack[AltStackSize]; // one such thread at a time
+        char altStack[AltStackSize]; // above every frame the work nests below it
         useAltStack(altStack);
         try {
             job.done = job.work();
@@ -252,25 +260,14 @@ bool copyAttributes(int from, int to)
     if (size < 0)
         return errno == ENOTSUP; // a file system without attributes has none to keep
     for (const QByteArray &name : names.left(int(size)).split('\0')) {
+        if (name.isEmpty())
+            continue;
         QByteArray value(int(qMax<ssize_t>(::fgetxattr(from, name.constData(), nullptr, 0), 0)), '\0');
-        const ssize_t length =
-            name.isEmpty() ? 0 : ::fgetxattr(from, name.constData(), value.data(), size_t(value.size()));
-        if (!name.isEmpty() &&
-            (length < 0 || ::fsetxattr(to, name.constData(), value.constData(), size_t(length), 0) != 0))
+        const ssize_t length = ::fgetxattr(from, name.constData(), value.data(), size_t(value.size()));
+        if (length < 0 || ::fsetxattr(to, name.constData(), value.constData(), size_t(length), 0) != 0)
             return false;
     }
     return true;
-}
-
-// Whether `bytes` are all that QSettings meant to write, the file of `keys`. Qt reports a file written when
-// the last of its buffer, or all of it, never reached the disk: what reaches it then is the start of the
-// file, cut at some byte. QSettings writes one line a key and ends the file with a line's end, so the whole
-// file is the one start of it that ends a line and holds every key.
-bool isWhole(const QByteArray &bytes, const QStringList &keys)
-{
-    QStringList parsed;
-    return (bytes.isEmpty() || bytes.endsWith('\n')) &&
-           parse(bytes, [&](const QSettings &settings) { parsed = settings.allKeys(); }) && parsed == keys;
 }
 
 } // namespace
@@ -279,19 +276,6 @@ QString canonicalMountPoint()
 {
     char path[PATH_MAX];
     return QFile::decodeName(::realpath(FACTORY_DATA, path) ? path : FACTORY_DATA);
-}
-
-Read readRegularFile(const char *path, QByteArray &bytes)
-{
-    struct stat status;
-    if (::stat(path, &status) != 0)
-        return errno == ENOENT ? Read::NoFile : Read::Failed;
-    const int fd = S_ISREG(status.st_mode) ? ::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC) : -1;
-    if (fd < 0)
-        return Read::Failed;
-    const bool read = readAll(fd, bytes);
-    ::close(fd);
-    return read ? Read::Done : Read::Failed;
 }
 
 Read readSettings(QByteArray &bytes)
@@ -314,14 +298,13 @@ bool parse(const QByteArray &bytes, const std::function<void(const QSettings &)>
         return false;
     const timespec times[2] = {{0, UTIME_OMIT}, {++made, 0}};
     const QString path = QStringLiteral("/proc/self/fd/") + QString::number(fd);
-    const bool parsed =
-        writeWithinLimit(fd, bytes) && ::futimens(fd, times) == 0 && onDeepStack(bytes.size(), [&] {
-            const QSettings settings(path, QSettings::IniFormat);
-            if (settings.status() == QSettings::AccessError)
-                return false;
-            use(settings);
-            return true;
-        });
+    const bool parsed = writeAll(fd, bytes) && ::futimens(fd, times) == 0 && onDeepStack(bytes.size(), [&] {
+                            const QSettings settings(path, QSettings::IniFormat);
+                            if (settings.status() == QSettings::AccessError)
+                                return false;
+                            use(settings);
+                            return true;
+                        });
     ::close(fd);
     return parsed;
 }
@@ -417,27 +400,38 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
                keys = settings.allKeys();
                return settings.status() == QSettings::NoError;
            });
-    done = done && readRegularFile(stage.constData(), bytes) == Read::Done && isWhole(bytes, keys) &&
-           keepsAll(base, bytes, changed) && commit(stage, bytes, target);
+    done = done && readRegularFile(stage.constData(), bytes) == Read::Done &&
+           isFaithful(base, bytes, keys, changed) && commit(stage, bytes, target);
     if (!done)
         ::unlink(stage.constData());
     return done;
 }
 
-// Qt's own read of the file is not trusted, nor its codec with values of types it does not know: every key of
-// the bytes this run read, but the one it changes, must come back as it was.
-bool WriteWindow::keepsAll(const QByteArray &base, const QByteArray &bytes, const QString &changed)
+// Whether `bytes` are all that QSettings meant to write, the file of `keys`, and give back every key of
+// `base` but `changed` as `base` does. Qt reports a file written when the last of its buffer, or all of it,
+// never reached the disk: what reaches it then is the start of the file, cut at some byte. QSettings writes
+// one line a key and ends the file with a line's end, so the whole file is the one start of it that ends a
+// line and holds every key. Nor are Qt's own read of the old file and its codec trusted with values of types
+// it does not know.
+bool WriteWindow::isFaithful(const QByteArray &base, const QByteArray &bytes, const QStringList &keys,
+                             const QString &changed)
 {
-    return parse(base,
-                 [&](const QSettings &before) {
-                     parse(bytes, [&](const QSettings &after) {
-                         for (const QString &key : before.allKeys()) {
-                             if (m_lost.isEmpty() && key != changed && after.value(key) != before.value(key))
-                                 m_lost = key;
-                         }
-                     });
-                 }) &&
-           m_lost.isEmpty();
+    bool whole = false;
+    const auto check = [&](const QSettings *before) {
+        return parse(bytes, [&](const QSettings &after) {
+            whole = after.allKeys() == keys;
+            for (const QString &key : before ? before->allKeys() : QStringList()) {
+                if (m_lost.isEmpty() && key != changed && after.value(key) != before->value(key))
+                    m_lost = key;
+            }
+        });
+    };
+    bool parsed = false;
+    if (base.isEmpty())
+        parsed = check(nullptr);
+    else
+        parsed = parse(base, [&](const QSettings &before) { parsed = check(&before); }) && parsed;
+    return parsed && whole && m_lost.isEmpty() && (bytes.isEmpty() || bytes.endsWith('\n'));
 }
 
 // The staged file takes the place of the settings file, or of the file it links to, once every byte of it is

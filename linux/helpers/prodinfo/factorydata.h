@@ -20,7 +20,6 @@ class QSettings;
 
 namespace FactoryData {
 
-inline QString mountPoint() { return QStringLiteral(FACTORY_DATA); }
 inline QString settingsPath() { return QStringLiteral(SETTINGS_FILE); }
 inline QString eepromPath() { return QStringLiteral(FACTORY_DATA "/eeprom"); }
 // Where the mount point leads, when it is a link.
@@ -33,9 +32,6 @@ enum class Read { Done, NoFile, Failed };
 // cannot be told: not a regular file, a failed read, fewer bytes than the file's size, or a window open for
 // longer than windows last. A guess would be shown, or written back over the file, as its content.
 Read readSettings(QByteArray &bytes);
-
-// Reads a regular file whole without blocking on whatever else may stand at `path`, a FIFO or a device.
-Read readRegularFile(const char *path, QByteArray &bytes);
 
 // Calls `use` with settings parsed from `bytes`, which are written nowhere: QSettings reads them from an
 // anonymous memory file. The camera has no scratch space to spare, and none of it is private. The parse
@@ -86,7 +82,8 @@ public:
     bool close();
 
 private:
-    bool keepsAll(const QByteArray &base, const QByteArray &bytes, const QString &changed);
+    bool isFaithful(const QByteArray &base, const QByteArray &bytes, const QStringList &keys,
+                    const QString &changed);
     bool commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target);
 
     LogSite m_site;
