@@ -330,7 +330,8 @@ Read WriteWindow::read(QByteArray &bytes)
     const Read read = m_mountPoint >= 0 && !m_closed ? readRegularFile(SETTINGS_FILE, bytes) : Read::Failed;
     m_undecodable.clear();
     const auto decode = [this](const QSettings &settings) {
-        for (const QString &key : settings.allKeys()) {
+        m_baseKeys = settings.allKeys();
+        for (const QString &key : qAsConst(m_baseKeys)) {
             // A value of a type that only another program knows reads as invalid, or as one whose data this
             // process cannot hold.
             const QVariant value = settings.value(key);
@@ -339,12 +340,6 @@ Read WriteWindow::read(QByteArray &bytes)
         }
     };
     return read == Read::Done && !parse(bytes, decode) ? Read::Failed : read;
-}
-
-bool WriteWindow::keeps(const QString &changed)
-{
-    m_lost = m_undecodable == changed ? QString() : m_undecodable;
-    return m_lost.isEmpty();
 }
 
 bool WriteWindow::open()
@@ -371,11 +366,12 @@ bool WriteWindow::open()
     return m_open;
 }
 
-bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit,
-                        const QString &changed)
+bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit)
 {
     if (!m_open)
         return false;
+    if (base.isEmpty())
+        m_baseKeys.clear();
     // A settings file that is a link is written where it leads, and what is staged goes beside it there.
     char resolved[PATH_MAX];
     const QByteArray target =
@@ -400,55 +396,45 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
                keys = settings.allKeys();
                return settings.status() == QSettings::NoError;
            });
-    done = done && readRegularFile(stage.constData(), bytes) == Read::Done &&
-           isFaithful(base, bytes, keys, changed) && commit(stage, bytes, target);
+    done = done && readRegularFile(stage.constData(), bytes) == Read::Done && isWhole(bytes, keys) &&
+           commit(stage, bytes, target);
     if (!done)
         ::unlink(stage.constData());
     return done;
 }
 
-// Whether `bytes` are all that QSettings meant to write, the file of `keys`, and give back every key of
-// `base` but `changed` as `base` does. Qt reports a file written when the last of its buffer, or all of it,
-// never reached the disk: what reaches it then is the start of the file, cut at some byte. QSettings writes
-// one line a key and ends the file with a line's end, so the whole file is the one start of it that ends a
-// line and holds every key. Nor are Qt's own read of the old file and its codec trusted with values of types
-// it does not know.
-bool WriteWindow::isFaithful(const QByteArray &base, const QByteArray &bytes, const QStringList &keys,
-                             const QString &changed)
+// Whether `bytes` are all that QSettings meant to write, the file of `keys`, with every key of what read()
+// found. Qt reports a file written when the last of its buffer, or all of it, never reached the disk: what
+// reaches it then is the start of the file, cut at some byte. QSettings writes one line a key and ends the
+// file with a line's end, so the whole file is the one start of it that ends a line and holds every key. Nor
+// is Qt's own read of the old file trusted: a key it did not find would be gone.
+bool WriteWindow::isWhole(const QByteArray &bytes, const QStringList &keys) const
 {
-    bool whole = false;
-    const auto check = [&](const QSettings *before) {
-        return parse(bytes, [&](const QSettings &after) {
-            whole = after.allKeys() == keys;
-            for (const QString &key : before ? before->allKeys() : QStringList()) {
-                if (m_lost.isEmpty() && key != changed && after.value(key) != before->value(key))
-                    m_lost = key;
-            }
-        });
-    };
-    bool parsed = false;
-    if (base.isEmpty())
-        parsed = check(nullptr);
-    else
-        parsed = parse(base, [&](const QSettings &before) { parsed = check(&before); }) && parsed;
-    return parsed && whole && m_lost.isEmpty() && (bytes.isEmpty() || bytes.endsWith('\n'));
+    QStringList parsed;
+    return (bytes.isEmpty() || bytes.endsWith('\n')) &&
+           parse(bytes, [&](const QSettings &settings) { parsed = settings.allKeys(); }) && parsed == keys &&
+           std::all_of(m_baseKeys.cbegin(), m_baseKeys.cend(),
+                       [&](const QString &key) { return keys.contains(key); });
 }
 
-// The staged file takes the place of the settings file, or of the file it links to, once every byte of it is
-// on the disk, with the old file's owner, mode and extended attributes (its ACL and SELinux label among
-// them); the directory is synced after the rename. A power cut leaves the old file or the new one, whole.
+// The bytes checked take the place of the settings file, or of the file it links to, in a file of the tool's
+// own writing: Qt ignores a failed sync of the file it staged, and the kernel reports the failure once. The
+// new file has the old one's owner, mode and extended attributes (its ACL and SELinux label among them) and
+// every byte on the disk before the rename; the directory is synced after it. A power cut leaves the old
+// file or the new one, whole.
 bool WriteWindow::commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target)
 {
+    ::unlink(stage.constData());
     struct stat old;
     const bool replaces = ::stat(target.constData(), &old) == 0;
     if (!replaces && errno != ENOENT)
         return false;
-    const int fd = ::open(stage.constData(), O_RDONLY | O_CLOEXEC);
+    const QByteArray written = stage + ".new", kept = stage + ".old";
+    const int fd = ::open(written.constData(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     const int from = replaces ? ::open(target.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
-    struct stat staged;
     // The file keeps its owner (a camera service's, say) and its mode; a new one is for everyone to read.
-    bool done = fd >= 0 && ::fstat(fd, &staged) == 0 && staged.st_size == bytes.size() &&
-                (!replaces || (old.st_uid == staged.st_uid && old.st_gid == staged.st_gid) ||
+    bool done = fd >= 0 && writeAll(fd, bytes) &&
+                (!replaces || (old.st_uid == ::geteuid() && old.st_gid == ::getegid()) ||
                  ::fchown(fd, old.st_uid, old.st_gid) == 0) &&
                 ::fchmod(fd, replaces ? old.st_mode & 07777 : 0644) == 0 &&
                 (!replaces || copyAttributes(from, fd)) && ::fsync(fd) == 0;
@@ -457,13 +443,13 @@ bool WriteWindow::commit(const QByteArray &stage, const QByteArray &bytes, const
         ::close(from);
     // A reader holding the old file would keep it on the partition without a name, and the kernel refuses the
     // read-only remount while one is: the old file keeps a name of the tool's until no one holds it.
-    const QByteArray kept = stage + ".old";
     const int directory =
         ::open(target.left(target.lastIndexOf('/')).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     done = done && (!replaces || ::link(target.constData(), kept.constData()) == 0) &&
-           ::rename(stage.constData(), target.constData()) == 0 && ::fsync(directory) == 0;
+           ::rename(written.constData(), target.constData()) == 0 && ::fsync(directory) == 0;
     if (directory >= 0)
         ::close(directory);
+    ::unlink(written.constData());
     if (replaces)
         removeUnheld(kept);
     return done;

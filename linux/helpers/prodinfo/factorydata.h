@@ -61,34 +61,34 @@ public:
     // before the partition is made writable: Failed for a file that cannot be.
     Read read(QByteArray &bytes);
 
-    // Whether a write that changes the key `changed` can give back every other key of what read() found:
-    // not a value that Qt cannot decode, such as one of a type only another program knows.
-    bool keeps(const QString &changed);
-    // The first key that a write could not keep.
-    const QString &lost() const { return m_lost; }
+    // The first key of what read() found, but `changed`, that a write could not give back as it was: one
+    // whose value Qt cannot decode, such as one of a type that only another program knows. Empty when there
+    // is none.
+    QString unkept(const QString &changed) const
+    {
+        return m_undecodable == changed ? QString() : m_undecodable;
+    }
 
     // Makes the partition writable. False, and the window closed, when it could not be.
     bool open();
 
     // Applies `edit` to settings parsed from `base` (what read() found, or nothing) and commits the result as
-    // the settings file, whole or not at all: true only when the partition holds every byte of it, and every
-    // key of `base` but `changed` as it was. QSettings writes on the partition, the one place the camera lets
-    // the tool write, under a name of the tool's own beside the file.
-    bool write(const QByteArray &base, const std::function<void(QSettings &)> &edit,
-               const QString &changed = {});
+    // the settings file, whole or not at all: true only when the partition holds every byte of it. QSettings
+    // writes on the partition, the one place the camera lets the tool write, under a name of the tool's own
+    // beside the file.
+    bool write(const QByteArray &base, const std::function<void(QSettings &)> &edit);
 
     // Remounts read-only, if the window is open, and lets the lock and the held signals go. False when the
     // partition was left writable.
     bool close();
 
 private:
-    bool isFaithful(const QByteArray &base, const QByteArray &bytes, const QStringList &keys,
-                    const QString &changed);
+    bool isWhole(const QByteArray &bytes, const QStringList &keys) const;
     bool commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target);
 
     LogSite m_site;
-    QString m_undecodable; // the first key of what read() found that Qt could not decode
-    QString m_lost;
+    QStringList m_baseKeys; // of what read() found
+    QString m_undecodable;  // the first of them whose value Qt could not decode
     mode_t m_umask = 0;
     sigset_t m_unheld;
     int m_mountPoint = -1; // the lock, and the directory synced after a rename in it

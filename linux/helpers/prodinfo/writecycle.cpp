@@ -21,11 +21,12 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
     QByteArray file;
     if (window.read(file) != FactoryData::Read::Done)
         return false;
-    const bool written = window.keeps(key) && window.open() &&
-                         window.write(
-                             file, [&](QSettings &settings) { settings.setValue(key, value); }, key);
-    if (!window.lost().isEmpty())
-        LOG.warning(": Failed to keep %s.", qPrintable(window.lost()));
+    if (const QString unkept = window.unkept(key); !unkept.isEmpty()) {
+        LOG.warning(": Failed to keep %s.", qPrintable(unkept));
+        return false;
+    }
+    const bool written =
+        window.open() && window.write(file, [&](QSettings &settings) { settings.setValue(key, value); });
     // A failed read-only remount leaves the value in the file but the members as they were, so the
     // caller's comparison cannot mistake the write for a confirmed one; nor can a write that did not
     // reach the file, which would compare equal whenever the value read as missing is the one asked for,
