@@ -226,18 +226,15 @@ unsigned long mountFlags()
 }
 
 // Removes a file of the tool's own unless another process holds it open: the file would stay on the partition
-// without a name, and the partition writable.
+// without a name, and the partition writable. A write lease is granted only while no one else has the file
+// open; where leases are refused for another reason, the read-only remount tells whether anyone held it.
 void removeUnheld(const QByteArray &path)
 {
     const int fd = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0 && errno == ELOOP)
+    if ((fd < 0 && errno == ELOOP) || (fd >= 0 && (::fcntl(fd, F_SETLEASE, F_WRLCK) == 0 || errno != EAGAIN)))
         ::unlink(path.constData());
-    if (fd >= 0 && ::fcntl(fd, F_SETLEASE, F_WRLCK) == 0) { // granted only while no one else has it open
-        ::unlink(path.constData());
-        ::fcntl(fd, F_SETLEASE, F_UNLCK);
-    }
     if (fd >= 0)
-        ::close(fd);
+        ::close(fd); // and the lease with it
 }
 
 // What a run killed inside its window left beside the settings file, and only that.
