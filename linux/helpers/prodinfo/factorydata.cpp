@@ -131,13 +131,14 @@ extern "C" void remountOnFault(int signal)
 }
 
 // Each thread that may fault inside a window gets a stack of its own for the handler, so that a stack
-// overflow, too, is handled.
-void useAltStack(char *stack)
+// overflow, too, is handled. Gives the one it had before.
+stack_t useAltStack(char *stack)
 {
-    stack_t alt = {};
+    stack_t alt = {}, before = {};
     alt.ss_sp = stack;
     alt.ss_size = AltStackSize;
-    sigaltstack(&alt, nullptr);
+    sigaltstack(&alt, &before);
+    return before;
 }
 
 void handleFaults()
@@ -171,12 +172,13 @@ bool onDeepStack(int size, const std::function<bool()> &work)
     const auto run = [](void *argument) -> void * {
         Job &job = *static_cast<Job *>(argument);
         char altStack[AltStackSize]; // above every frame the work nests below it
-        useAltStack(altStack);
+        const stack_t before = useAltStack(altStack);
         try {
             job.done = job.work();
         } catch (const std::bad_alloc &) {
             // Qt throws when a stored @Variant(...) claims more items than memory holds.
         }
+        sigaltstack(&before, nullptr); // what the thread's end expects to find
         return nullptr;
     };
     if (size_t(size) > (SIZE_MAX - StackBase) / StackPerFileByte)
