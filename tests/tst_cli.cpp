@@ -274,8 +274,9 @@ private slots:
                                      [&](const QString &line) { return file.contains('\n' + line + '\n'); }));
         };
         for (int i = 0; i < qEnvironmentVariable("PRODCONFIG_FAULT_ROUNDS", "3").toInt() * 2 * 10; ++i) {
-            // qemu's user mode does not always hand an asynchronous SIGSEGV to the program: SIGABRT there.
-            static const int segv = QString(PRODCONFIG_LAUNCHER).isEmpty() ? SIGSEGV : SIGABRT;
+            // qemu's user mode and AddressSanitizer take an asynchronous SIGSEGV for their own: SIGABRT
+            // there.
+            static const int segv = PRODCONFIG_FIU ? SIGSEGV : SIGABRT;
             const int write = i / 2 % 10 + 1,
                       fault =
                           i % 2 ? SIGKILL : QVector<int>{SIGTERM, SIGUSR1, SIGALRM, segv, SIGABRT}[i / 2 % 5];

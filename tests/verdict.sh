@@ -10,8 +10,8 @@ fi
 if [ -z "${VERDICT_SANDBOX-}" ]; then
     VERDICT_SANDBOX=1 exec unshare -m --propagation private sh -c '
         made= && { [ -d /factory_data ] || { mkdir /factory_data && made=1; }; }
-        mount -t tmpfs none /factory_data && sh "$@"; status=$?
-        umount /factory_data; [ -z "$made" ] || rmdir /factory_data; exit $status' sh "$0" "$@"
+        mount -n -t tmpfs none /factory_data && sh "$@"; status=$?
+        umount -n /factory_data; [ -z "$made" ] || rmdir /factory_data; exit $status' sh "$0" "$@"
 fi
 dir=$(mktemp -d) && trap 'rm -rf "$dir"' EXIT && cp "$1" "$dir/prodconfig-verdict" && tool=$2 && shift 2
 printf '#!/bin/sh\nexec %s "$@"\n' "$* $tool" >"$dir/prodconfig" && chmod +x "$dir/prodconfig"

@@ -297,7 +297,10 @@ bool parse(const QByteArray &bytes, const std::function<void(const QSettings &)>
         return false;
     const timespec times[2] = {{0, UTIME_OMIT}, {++made, 0}};
     const QString path = QStringLiteral("/proc/self/fd/") + QString::number(fd);
-    const bool parsed = writeAll(fd, bytes) && ::futimens(fd, times) == 0 && onDeepStack(bytes.size(), [&] {
+    // Without /proc the path leads nowhere, and QSettings would take it for an empty file.
+    const bool parsed = writeAll(fd, bytes) && ::futimens(fd, times) == 0 &&
+                        ::access(QFile::encodeName(path).constData(), R_OK) == 0 &&
+                        onDeepStack(bytes.size(), [&] {
                             const QSettings settings(path, QSettings::IniFormat);
                             if (settings.status() == QSettings::AccessError)
                                 return false;
@@ -334,11 +337,20 @@ Read WriteWindow::read(QByteArray &bytes)
             // A value of a type that only another program knows reads as invalid, or as one whose data this
             // process cannot hold.
             const QVariant value = settings.value(key);
-            if (m_undecodable.isEmpty() && (!value.isValid() || QMetaType::sizeOf(value.userType()) == 0))
-                m_undecodable = key;
+            if (!value.isValid() || QMetaType::sizeOf(value.userType()) == 0)
+                m_undecodable << key;
         }
     };
     return read == Read::Done && !parse(bytes, decode) ? Read::Failed : read;
+}
+
+QString WriteWindow::unkept(const QString &changed) const
+{
+    for (const QString &key : m_undecodable) {
+        if (key != changed)
+            return key;
+    }
+    return {};
 }
 
 bool WriteWindow::open()

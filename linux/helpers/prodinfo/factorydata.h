@@ -64,10 +64,7 @@ public:
     // The first key of what read() found, but `changed`, that a write could not give back as it was: one
     // whose value Qt cannot decode, such as one of a type that only another program knows. Empty when there
     // is none.
-    QString unkept(const QString &changed) const
-    {
-        return m_undecodable == changed ? QString() : m_undecodable;
-    }
+    QString unkept(const QString &changed) const;
 
     // Makes the partition writable. False, and the window closed, when it could not be.
     bool open();
@@ -87,8 +84,8 @@ private:
     bool commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target);
 
     LogSite m_site;
-    QStringList m_baseKeys; // of what read() found
-    QString m_undecodable;  // the first of them whose value Qt could not decode
+    QStringList m_baseKeys;    // of what read() found
+    QStringList m_undecodable; // those of them whose values Qt could not decode
     mode_t m_umask = 0;
     sigset_t m_unheld;
     int m_mountPoint = -1; // the lock, and the directory synced after a rename in it

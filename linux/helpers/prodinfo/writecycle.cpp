@@ -36,18 +36,18 @@ bool ProdInfo::setConfigParam(const QString &key, const QVariant &value)
 
 bool ProdInfo::isFactoryDataReady()
 {
-    // The volume mounted wherever the mount point leads. Without a mount table to read (no /proc, early in
-    // boot), a mount point is a directory on another device than the directory holding it.
+    // The volume mounted wherever the mount point leads. Where the mount table does not list it (no /proc,
+    // early in boot), a mount point is a directory on another device than the directory holding it.
     const QString mountPoint = FactoryData::canonicalMountPoint();
     const QList<QStorageInfo> volumes = QStorageInfo::mountedVolumes();
+    const auto listed = [&](const QStorageInfo &volume) { return volume.rootPath() == mountPoint; };
     struct stat point, parent;
-    const bool mounted =
-        volumes.isEmpty()
-            ? ::stat(FACTORY_DATA, &point) == 0 && ::stat(FACTORY_DATA "/..", &parent) == 0 &&
-                  point.st_dev != parent.st_dev
-            : std::any_of(volumes.cbegin(), volumes.cend(), [&](const QStorageInfo &volume) {
-                  return volume.rootPath() == mountPoint && volume.isValid() && volume.isReady();
-              });
+    const bool mounted = std::none_of(volumes.cbegin(), volumes.cend(), listed)
+                             ? ::stat(FACTORY_DATA, &point) == 0 &&
+                                   ::stat(FACTORY_DATA "/..", &parent) == 0 && point.st_dev != parent.st_dev
+                             : std::any_of(volumes.cbegin(), volumes.cend(), [&](const QStorageInfo &volume) {
+                                   return listed(volume) && volume.isValid() && volume.isReady();
+                               });
     if (!mounted)
         return false;
     return QFileInfo::exists(FactoryData::settingsPath()) || QFileInfo::exists(FactoryData::eepromPath());
