@@ -27,8 +27,8 @@ namespace FactoryData {
 
 namespace {
 
-// A window lasts milliseconds: it writes a file of a few kilobytes and syncs it twice. One that has lasted
-// this long belongs to a run that is stopped or stuck, and a value or a read waiting for it is better
+// A window lasts milliseconds: it writes a file of a few kilobytes and syncs it. One that has lasted this
+// long belongs to a run that is stopped or stuck, and a value or a read waiting for it is better
 // reported failed than held up without end.
 constexpr qint64 LockWaitMs = 5000;
 constexpr useconds_t LockPollUs = 10000;
