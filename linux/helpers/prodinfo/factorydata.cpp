@@ -431,8 +431,8 @@ bool WriteWindow::isWhole(const QByteArray &bytes, const QStringList &keys) cons
 // The bytes checked take the place of the settings file, or of the file it links to, in a file of the tool's
 // own writing: Qt ignores a failed sync of the file it staged, and the kernel reports the failure once. The
 // new file has the old one's owner, mode and extended attributes (its ACL and SELinux label among them) and
-// every byte on the disk before the rename; the directory is synced after it. A power cut leaves the old
-// file or the new one, whole.
+// every byte on the disk before the rename. A power cut leaves the old file or the new one, whole; the
+// read-only remount that closes the window syncs the rename with the rest, and nothing is confirmed before.
 bool WriteWindow::commit(const QByteArray &stage, const QByteArray &bytes, const QByteArray &target)
 {
     ::unlink(stage.constData());
@@ -454,12 +454,8 @@ bool WriteWindow::commit(const QByteArray &stage, const QByteArray &bytes, const
         ::close(from);
     // A reader holding the old file would keep it on the partition without a name, and the kernel refuses the
     // read-only remount while one is: the old file keeps a name of the tool's until no one holds it.
-    const int directory =
-        ::open(target.left(target.lastIndexOf('/')).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     done = done && (!replaces || ::link(target.constData(), kept.constData()) == 0) &&
-           ::rename(written.constData(), target.constData()) == 0 && ::fsync(directory) == 0;
-    if (directory >= 0)
-        ::close(directory);
+           ::rename(written.constData(), target.constData()) == 0;
     ::unlink(written.constData());
     if (replaces)
         removeUnheld(kept);
