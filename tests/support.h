@@ -12,7 +12,6 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 inline QByteArray contents(const QString &path)
@@ -100,12 +99,9 @@ inline bool reset(const Files &files, bool writable = false, bool bind = false)
     bound = bind;
     const char *at = bind ? "/run/fs" : "/factory_data";
     static const bool ext4 = qgetenv("PRODCONFIG_TEST_FS") == "ext4";
-    bool done =
-        ext4 ? QProcess::execute("sh", {"-c", QString("truncate -s 0 /run/flash.img && mkfs.ext4 -q -I 128 "
-                                                      "/run/flash.img 8M 2>/dev/null && mount -o loop "
-                                                      "/run/flash.img ") +
-                                                  at}) == 0
-             : ::mount("", at, "tmpfs", 0, "mode=0755,size=4m") == 0;
+    const QString image = "truncate -s 0 /run/flash.img && mkfs.ext4 -q -I 128 /run/flash.img 8M 2>/dev/null";
+    bool done = ext4 ? QProcess::execute("sh", {"-c", image + " && mount -o loop /run/flash.img " + at}) == 0
+                     : ::mount("", at, "tmpfs", 0, "mode=0755,size=4m") == 0;
     done = done &&
            (bind ? QDir().mkpath("/run/fs/part") &&
                        ::mount("/run/fs/part", "/factory_data", nullptr, MS_BIND, nullptr) == 0
@@ -152,16 +148,11 @@ struct ToolRun
 };
 
 // The extended attributes of a file, names and values.
-inline QByteArray attributes(const char *path)
+inline QByteArray attributes(const QString &path)
 {
-    QByteArray names(4096, '\0'), all;
-    names.resize(int(qMax<ssize_t>(::listxattr(path, names.data(), size_t(names.size())), 0)));
-    for (const QByteArray &name : names.split('\0')) {
-        char value[4096];
-        const ssize_t size = ::getxattr(path, name.constData(), value, sizeof value);
-        all += name + '=' + QByteArray(value, int(qMax<ssize_t>(size, 0))) + '\n';
-    }
-    return all;
+    QProcess getfattr;
+    getfattr.start("getfattr", {"-d", "-m", "-", path});
+    return getfattr.waitForFinished() ? getfattr.readAllStandardOutput() : QByteArray("no getfattr");
 }
 
 // The tool started, through the emulator if any; messages framed, so a sanitizer's report is none.

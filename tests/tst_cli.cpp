@@ -229,7 +229,7 @@ private slots:
         QCOMPARE(result.exitCode, run.exitCode);
         QCOMPARE(result.log, run.log.split('\n', Qt::SkipEmptyParts));
         QCOMPARE(Sandbox::isReadOnly(), run.fault != Busy);
-        QCOMPARE(attributes(qPrintable(settingsPath)), result.attributes);
+        QCOMPARE(attributes(settingsPath), result.attributes);
         QCOMPARE(QFileInfo(settingsPath).isSymLink(), run.prepare.contains("ln -s"));
         // Read-only is all that a remount changes, and only of the partition.
         QCOMPARE(Sandbox::flags() & ~ST_RDONLY,
