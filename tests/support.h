@@ -14,10 +14,11 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+// What a regular file holds; nothing of a FIFO, which would block the reader.
 inline QByteArray contents(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 namespace Sandbox {
@@ -142,9 +143,8 @@ enum Fault { None, NoSysAdmin, Busy, NoRoom, TwoBlocks, Bound, Reader, Umask, Sy
 struct ToolRun
 {
     int exitCode;    // -1 after a crash or a signal
-    QStringList log; // level|function|text a line, without the two start-up messages when they are right
-    QByteArray out;
-    QByteArray attributes = {}; // the settings file's extended attributes before the run
+    QStringList log; // level|function|text a line, without the start-up messages when they are right
+    QByteArray out, attributes; // stdout; the settings file's extended attributes before the run
 };
 
 // The extended attributes of a file, names and values.
@@ -156,11 +156,10 @@ inline QByteArray attributes(const QString &path)
 }
 
 // The tool started, through the emulator if any; messages framed, so a sanitizer's report is none.
-inline void start(QProcess &tool, const QStringList &arguments, QStringList command = {},
-                  const QByteArray &pattern = "%{type}|%{function}|%{message}")
+inline void start(QProcess &tool, const QStringList &arguments, QStringList command = {})
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert("QT_MESSAGE_PATTERN", "\x1e" + pattern + "\x1f");
+    environment.insert("QT_MESSAGE_PATTERN", "\x1e%{type}|%{function}|%{message}\x1f");
     tool.setProcessEnvironment(environment);
     command << QString(PRODCONFIG_LAUNCHER).split('|', Qt::SkipEmptyParts) << PRODCONFIG_PATH << arguments;
     tool.start(command.takeFirst(), command);
@@ -170,8 +169,10 @@ inline void start(QProcess &tool, const QStringList &arguments, QStringList comm
 inline ToolRun finish(QProcess &tool)
 {
     tool.waitForFinished(60000);
-    ToolRun run{
-        tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1, {}, tool.readAllStandardOutput()};
+    ToolRun run{tool.exitStatus() == QProcess::NormalExit ? tool.exitCode() : -1,
+                {},
+                tool.readAllStandardOutput(),
+                {}};
     static const QRegularExpression record("\x1e(.*?)\x1f", QRegularExpression::DotMatchesEverythingOption);
     for (auto it = record.globalMatch(QString::fromUtf8(tool.readAllStandardError())); it.hasNext();)
         run.log << it.next().captured(1).split('\n');
@@ -189,7 +190,7 @@ inline ToolRun runOn(const Sandbox::Files &files, const QStringList &arguments, 
         (!prepare.isEmpty() && QProcess::execute("sh", {"-c", "cd /factory_data && " + prepare}) != 0) ||
         (fault != Busy && !Sandbox::remount(false)) ||
         ((fault == NoRoom || fault == TwoBlocks) && !Sandbox::fill(fault == TwoBlocks ? 2 : 0)))
-        return {-2, {"cannot reset the partition"}, {}};
+        return {-2, {"cannot reset the partition"}, {}, {}};
     const int hold = fault == Busy     ? ::open("/factory_data/hold", O_WRONLY | O_CREAT | O_CLOEXEC, 0644)
                      : fault == Reader ? ::open("/factory_data/settings.ini", O_RDONLY | O_CLOEXEC)
                                        : -1;
