@@ -160,34 +160,45 @@ void handleFaults()
         sigaction(signal, &action, nullptr);
 }
 
-// Runs `work` on a thread whose stack is deep enough for parsing `size` bytes of settings; false when there
-// is no memory for it or `work` ran out of memory.
+// Runs `work` where the stack is deep enough for parsing `size` bytes of settings: on the calling thread when
+// it is the main one and its stack may grow four times as deep (a thread costs a clone and a stack of its
+// own), else on a thread of its own. False when there is no memory for it or `work` ran out of memory.
 bool onDeepStack(int size, const std::function<bool()> &work)
 {
     struct Job
     {
         const std::function<bool()> &work;
         bool done;
+        void run()
+        {
+            try {
+                done = work();
+            } catch (const std::bad_alloc &) {
+                // Qt throws when a stored @Variant(...) claims more items than memory holds.
+            }
+        }
     } job{work, false};
-    const auto run = [](void *argument) -> void * {
-        Job &job = *static_cast<Job *>(argument);
+    if (size_t(size) > (SIZE_MAX - StackBase) / StackPerFileByte)
+        return false;
+    const size_t depth = StackBase + size_t(size) * StackPerFileByte;
+    struct rlimit stack;
+    if (::gettid() == ::getpid() && ::getrlimit(RLIMIT_STACK, &stack) == 0 &&
+        (stack.rlim_cur == RLIM_INFINITY || depth <= stack.rlim_cur / 4)) {
+        job.run();
+        return job.done;
+    }
+    const auto onThread = [](void *argument) -> void * {
         char altStack[AltStackSize]; // above every frame the work nests below it
         const stack_t before = useAltStack(altStack);
-        try {
-            job.done = job.work();
-        } catch (const std::bad_alloc &) {
-            // Qt throws when a stored @Variant(...) claims more items than memory holds.
-        }
+        static_cast<Job *>(argument)->run();
         sigaltstack(&before, nullptr); // what the thread's end expects to find
         return nullptr;
     };
-    if (size_t(size) > (SIZE_MAX - StackBase) / StackPerFileByte)
-        return false;
     pthread_attr_t attributes;
     pthread_t thread;
     bool started = pthread_attr_init(&attributes) == 0 &&
-                   pthread_attr_setstacksize(&attributes, StackBase + size_t(size) * StackPerFileByte) == 0 &&
-                   pthread_create(&thread, &attributes, run, &job) == 0;
+                   pthread_attr_setstacksize(&attributes, depth) == 0 &&
+                   pthread_create(&thread, &attributes, onThread, &job) == 0;
     pthread_attr_destroy(&attributes);
     return started && pthread_join(thread, nullptr) == 0 && job.done;
 }
