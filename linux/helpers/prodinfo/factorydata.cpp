@@ -406,7 +406,7 @@ bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettin
     const QByteArray stage =
         directory + "/" STAGE_NAME + QByteArray::number(::getpid()) + '-' + QByteArray::number(++staged);
     // QSettings edits the file through a second name of it and writes the result under that name, as a new
-    // file: the partition needs room for the result and nothing more.
+    // file: the partition needs room for the result and Qt's lock file, and for no copy of the old file.
     QByteArray bytes;
     bool done = base.isEmpty() || (::link(target.constData(), stage.constData()) == 0 &&
                                    readRegularFile(stage.constData(), bytes) == Read::Done && bytes == base);
