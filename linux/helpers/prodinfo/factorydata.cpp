@@ -375,8 +375,6 @@ bool WriteWindow::open()
         sigdelset(&held, signal);
     pthread_sigmask(SIG_BLOCK, &held, nullptr);
     handleFaults();
-    // What the window makes has the modes it gives it, whatever the run's umask.
-    m_umask = ::umask(022);
     // Empty strings rather than null pointers: only read-only changes between the two directions.
     const unsigned long flags = mountFlags();
     faultRemount = flags | MS_RDONLY;
@@ -384,8 +382,11 @@ bool WriteWindow::open()
     if (!m_open) {
         m_site.logger().warning(": Failed to mount %s as writable.", FACTORY_DATA);
         close();
+        return false;
     }
-    return m_open;
+    // What the window makes has the modes it gives it, whatever the run's umask; close() gives it back.
+    m_umask = ::umask(022);
+    return true;
 }
 
 bool WriteWindow::write(const QByteArray &base, const std::function<void(QSettings &)> &edit)

@@ -86,9 +86,9 @@ private:
     LogSite m_site;
     QStringList m_baseKeys;    // of what read() found
     QStringList m_undecodable; // those of them whose values Qt could not decode
-    mode_t m_umask = 0;
+    mode_t m_umask = 0;        // the run's, while the window's is in force
     sigset_t m_unheld;
-    int m_mountPoint = -1; // the lock, and the directory synced after a rename in it
+    int m_mountPoint = -1; // the lock
     bool m_busy = false;
     bool m_open = false;
     bool m_closed = false;
